@@ -28,7 +28,9 @@ constexpr uint64_t segmentGranule = 64 * 1024;
 // The lists below 512 bytes hold one size each, so the walk only orders by
 // address; measured with HeapBench, longer walks cost more in cache misses
 // than they win back in locality.
-constexpr int32_t exactWalkLimit = 4;
+}
+int32_t exactWalkLimit = 2;
+namespace {
 
 // The heap is allocated from, so its lock must not be: a static pthread mutex.
 class HeapLock {
@@ -61,7 +63,7 @@ struct HeapBlock {
     HeapBlock* prevFree;
 
     char* user() { return reinterpret_cast<char*>(this) + headerBytes; }
-    uint64_t size() const { return (header & ~inUseBit) * 8; }
+    uint64_t size() const { return header << 3; }  // drops the in-use bit
     bool inUse() const { return (header & inUseBit) != 0; }
     bool isTerminator() const { return header == terminatorWord; }
     HeapBlock* following() { return reinterpret_cast<HeapBlock*>(user() + size()); }
@@ -74,18 +76,7 @@ Heap::~Heap() {
         munmap(segments[i].start, segments[i].length);
 }
 
-int32_t Heap::listIndex(uint64_t searchSize) {
-    if (searchSize < 512)
-        return int32_t((searchSize + 3) >> 2);
-    if (searchSize >= (uint64_t(1) << 30))
-        return listCount - 1;
-    int32_t level = std::bit_width(searchSize) - 1;
-    int32_t shift = level - 6;  // 64 lists per power of two
-    uint64_t step = (searchSize - (uint64_t(1) << level) + (uint64_t(1) << shift) - 1) >> shift;
-    return (level - 7) * 64 + int32_t(step);
-}
-
-int32_t Heap::firstNonEmptyList(int32_t from) const {
+inline int32_t Heap::firstNonEmptyList(int32_t from) const {
     if (from >= listCount)
         return -1;
     int32_t word = from >> 6;
@@ -99,20 +90,24 @@ int32_t Heap::firstNonEmptyList(int32_t from) const {
     return (word << 6) + std::countr_zero(bitmap[word]);
 }
 
-void Heap::link(HeapBlock* block) {
-    int32_t list = listIndex(block->size());
+inline void Heap::link(HeapBlock* block) {
+    uint64_t size = block->size();
+    int32_t list = listIndex(size);
     counters.freeBlocks++;
-    counters.freeSize += block->size();
+    counters.freeSize += size;
+    HeapBlock* head = heads[list];
     block->prevFree = nullptr;
-    block->next = heads[list];
-    if (block->next)
-        block->next->prevFree = block;
+    block->next = head;
     heads[list] = block;
+    if (head) {
+        head->prevFree = block;
+        return;
+    }
     bitmap[list >> 6] |= uint64_t(1) << (list & 63);
     bitmapSummary |= 1u << (list >> 6);
 }
 
-void Heap::unlink(HeapBlock* block) {
+inline void Heap::unlink(HeapBlock* block) {
     int32_t list = listIndex(block->size());
     counters.freeBlocks--;
     counters.freeSize -= block->size();
@@ -129,7 +124,7 @@ void Heap::unlink(HeapBlock* block) {
         bitmapSummary &= ~(1u << (list >> 6));
 }
 
-void Heap::markInUse(HeapBlock* block) {
+inline void Heap::markInUse(HeapBlock* block) {
     block->header |= inUseBit;
     counters.allocBlocks++;
     counters.allocSize += block->size();
@@ -146,18 +141,23 @@ void Heap::growBlock(HeapBlock* block, uint64_t bytes) {
     link(block);
 }
 
-void Heap::notePeaks(const HeapBlock* block) {
-    counters.peakAllocSize = std::max(counters.peakAllocSize, counters.allocSize);
-    counters.peakBlockSize =
-        std::max(counters.peakBlockSize, counters.allocSize + headerBytes * counters.allocBlocks);
-    counters.maxAllocSize = std::max(counters.maxAllocSize, block->size());
+inline void Heap::notePeaks(const HeapBlock* block) {
+    uint64_t withHeaders = counters.allocSize + headerBytes * counters.allocBlocks;
+    if (counters.allocSize > counters.peakAllocSize)
+        counters.peakAllocSize = counters.allocSize;
+    if (withHeaders > counters.peakBlockSize)
+        counters.peakBlockSize = withHeaders;
+    if (block->size() > counters.maxAllocSize)
+        counters.maxAllocSize = block->size();
 }
 
 // Where the user area of an aligned request would start inside a free block,
 // or null when it does not fit. A gap in front too small to be a block of its
 // own goes to the block in front; the first block of a segment has none, so
 // there the user area moves on by whole alignments instead.
-static char* placeIn(HeapBlock* block, uint64_t size, uint64_t alignment) {
+static inline char* placeIn(HeapBlock* block, uint64_t size, uint64_t alignment) {
+    if (alignment <= 16)  // every user area is 16-aligned (see splitTail)
+        return size <= block->size() ? block->user() : nullptr;
     uintptr_t start = uintptr_t(block->user());
     uintptr_t user = (start + alignment - 1) & ~uintptr_t(alignment - 1);
     while (user != start && user - start < minSplitBytes && !block->previous)
@@ -167,14 +167,14 @@ static char* placeIn(HeapBlock* block, uint64_t size, uint64_t alignment) {
     return reinterpret_cast<char*>(user);
 }
 
-HeapBlock* Heap::firstFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user) {
+inline HeapBlock* Heap::firstFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user) {
     for (HeapBlock* block = heads[list]; block; block = block->next)
         if ((user = placeIn(block, size, alignment)))
             return block;
     return nullptr;
 }
 
-HeapBlock* Heap::lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user) {
+inline HeapBlock* Heap::lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user) {
     HeapBlock* best = nullptr;
     int32_t walked = 0;
     for (HeapBlock* block = heads[list]; block && walked < exactWalkLimit; block = block->next, walked++) {
@@ -187,10 +187,35 @@ HeapBlock* Heap::lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, ch
     return best;
 }
 
+// The same search for requests aligned to 16 or less (all of operator new's),
+// which every user area satisfies: a fit is a matter of size alone.
+inline void* Heap::allocateSmall(uint64_t size, uint64_t searchSize) {
+    int32_t exact = listIndex(searchSize);
+    int32_t list = firstNonEmptyList(exact);
+    if (list < 0)
+        return nullptr;
+    HeapBlock* block = heads[list];
+    if (list == exact) {
+        HeapBlock* best = nullptr;
+        for (int32_t walked = 0; block && walked < exactWalkLimit; block = block->next, walked++)
+            if (block->size() >= size && (!best || block < best))
+                best = block;
+        if (!best) {
+            counters.slowBucket++;
+            list = firstNonEmptyList(list + 1);
+            if (list < 0)
+                return nullptr;
+            best = heads[list];
+        }
+        block = best;
+    }
+    return carve(block, block->user(), size);
+}
+
 // Blocks in the exact list may be smaller than the search size; every block
 // in a higher list fits (bar the rare first block of a segment, which may need
 // a wider gap in front).
-HeapBlock* Heap::findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user) {
+inline HeapBlock* Heap::findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user) {
     int32_t exact = listIndex(searchSize);
     int32_t list = firstNonEmptyList(exact);
     if (list == exact) {
@@ -227,44 +252,64 @@ HeapBlock* Heap::moveStart(HeapBlock* block, char* user) {
     return moved;
 }
 
-// Cuts a block in use down to size when the rest can stand as a free block.
-void Heap::splitTail(HeapBlock* block, uint64_t size) {
-    uint64_t remainder = block->size() - size;
-    if (remainder < minSplitBytes)
-        return;
+// Cuts a block in use down to size when the rest can stand as a free block,
+// and returns that rest (not yet listed) or null. Cuts fall on 16-byte
+// boundaries: segments start page-aligned, so every user area stays
+// 16-aligned and operator new never has to shift a block forward.
+inline HeapBlock* Heap::splitTail(HeapBlock* block, uint64_t size) {
+    size = (size + 15) & ~uint64_t(15);
+    uint64_t blockSize = block->size();
+    if (blockSize < size + minSplitBytes)
+        return nullptr;
     block->header = inUseBit | (size / 8);
-    counters.allocSize -= remainder;
+    counters.allocSize -= blockSize - size;
     auto* tail = reinterpret_cast<HeapBlock*>(block->user() + size);
-    tail->setFree(remainder - headerBytes);
+    tail->setFree(blockSize - size - headerBytes);
     tail->previous = block;
-    coalesceAndLink(tail);
+    HeapBlock* following = tail->following();
+    if (!following->isTerminator())
+        following->previous = tail;
+    return tail;
 }
 
-// Takes a free, unlisted block: merges it with free neighbours and lists it.
-void Heap::coalesceAndLink(HeapBlock* block) {
+// Takes a free, unlisted block whose neighbours already point at it: merges
+// it with free neighbours and lists it.
+inline void Heap::coalesceAndLink(HeapBlock* block) {
+    // Both neighbours' headers are loaded before either is looked at, so that
+    // their cache misses overlap; a segment's first block borrows a stand-in.
+    static const HeapBlock noneInFront = {inUseBit, nullptr, nullptr, nullptr};
     HeapBlock* next = block->following();
-    if (!next->inUse()) {
+    HeapBlock* previous = block->previous;
+    bool nextFree = !next->inUse();
+    bool previousFree = !(previous ? previous : &noneInFront)->inUse();
+    if (nextFree) {
         unlink(next);
         block->header += 2 + next->header;
     }
-    HeapBlock* previous = block->previous;
-    if (previous && !previous->inUse()) {
+    if (previousFree) {
         unlink(previous);
         previous->header += 2 + block->header;
         block = previous;
     }
-    HeapBlock* following = block->following();
-    if (!following->isTerminator())
-        following->previous = block;
+    if (nextFree || previousFree) {
+        HeapBlock* following = block->following();
+        if (!following->isTerminator())
+            following->previous = block;
+    }
     link(block);
 }
 
-char* Heap::carve(HeapBlock* block, char* user, uint64_t size) {
+// Hands out a listed free block. What is cut off its end needs no merging:
+// the block behind a free block is always in use.
+inline char* Heap::carve(HeapBlock* block, char* user, uint64_t size) {
+    if (block->size() >= size + 2 * minSplitBytes)  // a split will update the block behind
+        __builtin_prefetch(block->following());
     unlink(block);
     if (user != block->user())
         block = moveStart(block, user);
     markInUse(block);
-    splitTail(block, size);
+    if (HeapBlock* tail = splitTail(block, size))
+        link(tail);
     notePeaks(block);
     return user;
 }
@@ -297,19 +342,31 @@ bool Heap::mapSegment(uint64_t size, uint64_t alignment) {
     return true;
 }
 
-const Heap::Segment* Heap::findSegment(const void* address) const {
-    const Segment* after = std::upper_bound(segments, segments + segmentCount, address,
-                                            [](const void* a, const Segment& s) { return a < s.start; });
-    if (after == segments)
+// Releases tend to come back to the segment of the one before; otherwise a
+// branch-free binary search, since they hit the segments in random order.
+inline const Heap::Segment* Heap::findSegment(const void* address) {
+    const Segment* last = segments + lastSegment;
+    if (uintptr_t(address) - uintptr_t(last->start) < last->length)
+        return last;
+    if (segmentCount == 0)
         return nullptr;
-    const Segment* segment = after - 1;
-    return uintptr_t(address) - uintptr_t(segment->start) < segment->length ? segment : nullptr;
+    const Segment* base = segments;
+    for (int32_t count = segmentCount; count > 1; count -= count / 2)
+        base = base[count / 2].start <= address ? base + count / 2 : base;
+    if (uintptr_t(address) - uintptr_t(base->start) >= base->length)
+        return nullptr;
+    lastSegment = int32_t(base - segments);
+    return base;
 }
 
 // The block whose user area starts at address, when it is one in use.
-HeapBlock* Heap::liveBlockAt(void* address) const {
+HeapBlock* Heap::liveBlockAt(void* address) {
     const Segment* segment = findSegment(address);
-    if (!segment || (uintptr_t(address) & 7) || static_cast<char*>(address) < segment->start + headerBytes)
+    return segment ? liveBlockIn(segment, address) : nullptr;
+}
+
+inline HeapBlock* Heap::liveBlockIn(const Segment* segment, void* address) {
+    if ((uintptr_t(address) & 7) || static_cast<char*>(address) < segment->start + headerBytes)
         return nullptr;
     auto* block = reinterpret_cast<HeapBlock*>(static_cast<char*>(address) - headerBytes);
     return block->inUse() && !block->isTerminator() ? block : nullptr;
@@ -317,6 +374,11 @@ HeapBlock* Heap::liveBlockAt(void* address) const {
 
 void* Heap::allocateLocked(size_t request, size_t alignment) {
     counters.allocCalls++;
+    if ((alignment <= 8 || alignment == 16) && request < (uint64_t(1) << 40)) {
+        uint64_t size = roundedSize(request);
+        if (void* memory = allocateSmall(size, alignment <= 8 ? size : size + 15))
+            return memory;
+    }
     alignment = std::max<size_t>(alignment, 8);
     if (alignment > maxAlignment || (alignment & (alignment - 1)) || oversized(request))
         return nullptr;
@@ -336,7 +398,7 @@ void* Heap::allocate(size_t size, size_t alignment) {
     return allocateLocked(size, alignment);
 }
 
-void Heap::releaseBlock(HeapBlock* block) {
+inline void Heap::releaseBlock(HeapBlock* block) {
     counters.freeCalls++;
     counters.allocBlocks--;
     counters.allocSize -= block->size();
@@ -346,9 +408,10 @@ void Heap::releaseBlock(HeapBlock* block) {
 
 bool Heap::release(void* address) {
     HeapLock hold(lock);
-    if (!findSegment(address))
+    const Segment* segment = findSegment(address);
+    if (!segment)
         return false;
-    if (HeapBlock* block = liveBlockAt(address))  // a stray or repeated release is ignored
+    if (HeapBlock* block = liveBlockIn(segment, address))  // a stray or repeated release is ignored
         releaseBlock(block);
     return true;
 }
@@ -381,7 +444,8 @@ void* Heap::reallocateLocked(void* address, size_t request) {
         if (!following->isTerminator())
             following->previous = block;
     }
-    splitTail(block, size);
+    if (HeapBlock* tail = splitTail(block, size))
+        coalesceAndLink(tail);  // shrinking: the block behind may be free
     notePeaks(block);
     counters.reallocSucc++;
     return address;
@@ -468,7 +532,7 @@ bool Heap::verify() {
     return verifyLocked();
 }
 
-bool Heap::verifyLocked() const {
+bool Heap::verifyLocked() {
     HeapStatistics walked;
     for (int32_t i = 0; i < segmentCount; i++) {
         if (i > 0 && segments[i - 1].start >= segments[i].start)
@@ -477,7 +541,8 @@ bool Heap::verifyLocked() const {
         HeapBlock* previous = nullptr;
         auto* block = reinterpret_cast<HeapBlock*>(segments[i].start);
         for (; reinterpret_cast<char*>(block) < end; previous = block, block = block->following()) {
-            if (block->previous != previous || block->size() > uint64_t(end - block->user()))
+            if (block->previous != previous || (uintptr_t(block) & 15) ||
+                block->size() > uint64_t(end - block->user()))
                 return false;
             if (!block->inUse() && previous && !previous->inUse())
                 return false;  // two free neighbours should have merged

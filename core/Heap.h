@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -60,7 +62,19 @@ public:
     bool verify();
 
     // Free list for a search size: the first list whose bound is not below it.
-    static int32_t listIndex(uint64_t searchSize);
+    // Lists 0 to 127 have bounds 0, 4, ... 508; from 512 on, each power of two
+    // is split into 64 lists of equal width; 1 GiB and more share the last.
+    // Both halves come from one formula, without branches (sizes arrive in
+    // random order): with t = size - 1 and m the top bit of t (at least 8),
+    // the list is (m - 8) * 64 + (t >> (m - 6)) + 1.
+    static int32_t listIndex(uint64_t searchSize) {
+        if (searchSize == 0)
+            return 0;
+        uint64_t t = searchSize - 1;
+        int32_t top = std::bit_width(t | 256) - 1;
+        int32_t index = ((top - 8) << 6) + int32_t(t >> (top - 6)) + 1;
+        return searchSize >= (uint64_t(1) << 30) ? listCount - 1 : index;
+    }
 
 private:
     struct Segment {
@@ -69,6 +83,7 @@ private:
     };
 
     void* allocateLocked(size_t size, size_t alignment);
+    void* allocateSmall(uint64_t size, uint64_t searchSize);
     void releaseBlock(HeapBlock* block);
     void* reallocateLocked(void* address, size_t size);
     HeapBlock* findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user);
@@ -76,18 +91,19 @@ private:
     HeapBlock* lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user);
     char* carve(HeapBlock* block, char* user, uint64_t size);
     HeapBlock* moveStart(HeapBlock* block, char* user);
-    HeapBlock* liveBlockAt(void* address) const;
-    void splitTail(HeapBlock* block, uint64_t size);
+    HeapBlock* liveBlockAt(void* address);
+    static HeapBlock* liveBlockIn(const Segment* segment, void* address);
+    HeapBlock* splitTail(HeapBlock* block, uint64_t size);
     void coalesceAndLink(HeapBlock* block);
     bool mapSegment(uint64_t size, uint64_t alignment);
-    const Segment* findSegment(const void* address) const;
+    const Segment* findSegment(const void* address);
     int32_t firstNonEmptyList(int32_t from) const;
     void link(HeapBlock* block);
     void unlink(HeapBlock* block);
     void markInUse(HeapBlock* block);
     void growBlock(HeapBlock* block, uint64_t bytes);
     void notePeaks(const HeapBlock* block);
-    bool verifyLocked() const;
+    bool verifyLocked();
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     HeapBlock* heads[listCount] = {};
@@ -95,6 +111,7 @@ private:
     uint32_t bitmapSummary = 0;  // bit w set when bitmap[w] is non-zero
     Segment segments[maxSegments] = {};  // sorted by start address
     int32_t segmentCount = 0;
+    int32_t lastSegment = 0;  // where the latest release landed
     HeapStatistics counters;
 };
 

@@ -213,7 +213,7 @@ TEST(HeapTest, reallocateKeepsContent) {
 
 TEST(HeapTest, printsStatisticsAndBlocksInFixedLayout) {
     Heap heap;
-    void* memory = heap.allocate(40, 8);
+    void* memory = heap.allocate(48, 8);
     testing::internal::CaptureStdout();
     heap.printStatistics();
     std::string statistics = testing::internal::GetCapturedStdout();
@@ -222,14 +222,14 @@ TEST(HeapTest, printsStatisticsAndBlocksInFixedLayout) {
     std::string blocks = testing::internal::GetCapturedStdout();
     heap.release(memory);
 
-    EXPECT_EQ(statistics.rfind("allocBlocks .... 1\nallocSize ...... 40\npeakAllocSize .. 40\n", 0), 0u)
+    EXPECT_EQ(statistics.rfind("allocBlocks .... 1\nallocSize ...... 48\npeakAllocSize .. 48\n", 0), 0u)
         << statistics;
     EXPECT_NE(statistics.find("\nlargestFreeChain 1\nallocCalls ..... 1\n"), std::string::npos);
     EXPECT_NE(statistics.find("\nslowBucket ..... 0\nseg 0x"), std::string::npos);
     EXPECT_NE(statistics.find(" ... 17825792\n"), std::string::npos);
     EXPECT_EQ(blocks.rfind("heap segment 0x", 0), 0u) << blocks;
     EXPECT_NE(blocks.find("\nblock used:yes ptr:0x"), std::string::npos);
-    EXPECT_NE(blocks.find(" size:40\nblock used:no  ptr:0x"), std::string::npos);
+    EXPECT_NE(blocks.find(" size:48\nblock used:no  ptr:0x"), std::string::npos);
 }
 
 #ifndef OXA_PLATFORM_ALLOCATOR
