@@ -29,7 +29,7 @@ struct HeapStatistics {
     uint64_t reallocCalls = 0;
     uint64_t freeCalls = 0;
     uint64_t reallocSucc = 0;       // reallocations done in place
-    uint64_t slowBucket = 0;        // searches whose exact list held no fitting block
+    uint64_t slowBucket = 0;        // searches whose exact list had no fitting block near its head
 };
 
 struct HeapBlock;
@@ -88,7 +88,7 @@ private:
     void* reallocateLocked(void* address, size_t size);
     HeapBlock* findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user);
     HeapBlock* firstFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user);
-    HeapBlock* lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user);
+    HeapBlock* exactFit(int32_t list, uint64_t size, uint64_t alignment, char*& user);
     char* carve(HeapBlock* block, char* user, uint64_t size);
     HeapBlock* moveStart(HeapBlock* block, char* user);
     HeapBlock* liveBlockAt(void* address);
