@@ -127,8 +127,11 @@ inline void Heap::unlink(HeapBlock* block) {
         heads[list] = block->next;
     if (block->next)
         block->next->prevFree = block->prevFree;
-    if (heads[list])
-        return;
+    if (!heads[list])
+        clearListBit(list);
+}
+
+inline void Heap::clearListBit(int32_t list) {
     bitmap[list >> 6] &= ~(uint64_t(1) << (list & 63));
     if (!bitmap[list >> 6])
         bitmapSummary &= ~(1u << (list >> 6));
@@ -227,13 +230,26 @@ inline HeapBlock* Heap::findFit(uint64_t searchSize, uint64_t size, uint64_t ali
 // so a fit is a matter of size alone and the exact list's head nearly always
 // serves.
 inline void* Heap::allocateSmall(uint64_t size, uint64_t searchSize) {
-    int32_t exact = listIndex(searchSize);
-    HeapBlock* block = heads[exact];
-    if (block && block->size() >= size)
-        return carve(block, block->user(), size);
-    char* user = nullptr;
-    block = findFit(searchSize, size, 16, user);
-    return block ? carve(block, user, size) : nullptr;
+    int32_t list = listIndex(searchSize);
+    HeapBlock* block = heads[list];
+    if (!block || block->size() < size) {
+        char* user = nullptr;
+        block = findFit(searchSize, size, 16, user);
+        return block ? carve(block, user, size) : nullptr;
+    }
+    HeapBlock* next = block->next;
+    heads[list] = next;
+    if (next)
+        next->prevFree = nullptr;
+    else
+        clearListBit(list);
+    counters.freeBlocks--;
+    counters.freeSize -= block->size();
+    markInUse(block);
+    if (HeapBlock* tail = splitTail(block, size))
+        link(tail);
+    notePeaks(block);
+    return block->user();
 }
 
 // Moves the start of an unlinked free block up to just before user. The gap

@@ -100,6 +100,7 @@ private:
     int32_t firstNonEmptyList(int32_t from) const;
     void link(HeapBlock* block);
     void unlink(HeapBlock* block);
+    void clearListBit(int32_t list);
     void markInUse(HeapBlock* block);
     void growBlock(HeapBlock* block, uint64_t bytes);
     void notePeaks(const HeapBlock* block);
