@@ -1,12 +1,15 @@
 // HeapBench: allocate+release pairs on a mixed workload, the same precomputed
 // sequence for a private Heap and for the platform's malloc/free in one run.
 // Time is per pair; the heap also reports bytes mapped against peak live bytes.
+// Run with --benchmark_enable_random_interleaving=true on a busy machine, and
+// with --with-second-thread to see both allocators with their locks taken.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "Heap.h"
@@ -119,4 +122,17 @@ void platformPairs(benchmark::State& state) {
 BENCHMARK(heapPairs)->Iterations(pairs)->Repetitions(5)->Unit(benchmark::kNanosecond);
 BENCHMARK(platformPairs)->Iterations(pairs)->Repetitions(5)->Unit(benchmark::kNanosecond);
 
-BENCHMARK_MAIN();
+// A thread that has come and gone leaves the process multi-threaded for good:
+// from then on both allocators take their locks.
+int main(int argc, char** argv) {
+    for (int i = 1; i < argc; i++) {
+        if (std::strcmp(argv[i], "--with-second-thread") == 0) {
+            std::thread([] {}).join();
+            argv[i--] = argv[--argc];
+        }
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
