@@ -10,6 +10,7 @@
 #include <numeric>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Heap.h"
@@ -208,6 +209,34 @@ TEST(HeapTest, reallocateKeepsContent) {
     EXPECT_FALSE(heap.release(&onStack));
     for (void* memory : {static_cast<void*>(a), static_cast<void*>(moved), d, fresh})
         heap.release(memory);
+    expectOneFreeBlockPerSegment(heap);
+}
+
+// Threads interleave allocations and releases in one heap; the lock keeps
+// every block intact and the block structure sound.
+TEST(HeapTest, threadsShareOneHeap) {
+    Heap heap;
+    std::vector<std::thread> threads;
+    std::vector<int32_t> damaged(4, 0);
+    for (uint32_t t = 0; t < damaged.size(); t++) {
+        threads.emplace_back([&heap, &damaged, t] {
+            std::mt19937 random(t);
+            std::vector<std::pair<void*, size_t>> live(64, {nullptr, 0});
+            for (uint32_t step = 0; step < 40000; step++) {
+                auto& [memory, size] = live[random() % live.size()];
+                damaged[t] += memory && !patternIntact(memory, size, t);
+                heap.release(memory);
+                size = random() % 3000;
+                memory = heap.allocate(size, 16);
+                fillPattern(memory, size, t);
+            }
+            for (auto& [memory, size] : live)
+                heap.release(memory);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(damaged, std::vector<int32_t>(4, 0));
     expectOneFreeBlockPerSegment(heap);
 }
 
