@@ -31,16 +31,17 @@ FileStream::FileStream(const String& path, const char* modeString) { open(path, 
 
 FileStream::~FileStream() { close(); }
 
+// Letters set their bits; "x" clears truncation so that "wx" creates exclusively.
 uint32_t FileStream::parseModeString(const char* modeString) {
     uint32_t mode = 0;
     for (const char* c = modeString; c && *c; ++c) {
         switch (*c) {
-        case 'r': mode += FileRead; break;
-        case 'w': mode += FileWrite | FileCreate | FileTruncate; break;
+        case 'r': mode |= FileRead; break;
+        case 'w': mode |= FileWrite | FileCreate | FileTruncate; break;
         // Appending opens for reading and writing, deliberately.
-        case 'a': mode += FileRead | FileWrite | FileCreate | FileAppend; break;
+        case 'a': mode |= FileRead | FileWrite | FileCreate | FileAppend; break;
         case '+':
-            mode += FileRead | FileWrite;
+            mode |= FileRead | FileWrite;
             if (mode & FileAppend)
                 mode &= ~uint32_t(FileTruncate);
             break;
