@@ -2,7 +2,6 @@
 #include "AlsaPlayback.h"
 
 #include <cerrno>
-#include <cstdarg>
 
 #include "Thread.h"
 

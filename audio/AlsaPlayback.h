@@ -45,7 +45,7 @@ private:
     snd_pcm_t* handle = nullptr;
     uint32_t periodsWritten = 0;  // cleared on stop
     Array<int16_t> periodBuffer;  // one period, the one fed to the device
-    Array<int16_t> spareBuffer;   // the same size; kept for a second stage of rendering
+    Array<int16_t> spareBuffer;   // the same size; sized with it but not fed
     int32_t periodFrames = 0;
     int32_t bytesPerFrame = 0;
     Thread* feeder = nullptr;  // owned; null while stopped
