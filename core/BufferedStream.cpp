@@ -120,5 +120,8 @@ bool BufferedStream::close() {
         return false;
     inner = nullptr;
     capabilities = 0;
+    delete[] readBuffer;
+    delete[] writeBuffer;
+    readBuffer = writeBuffer = nullptr;
     return true;
 }

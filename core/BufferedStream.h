@@ -19,7 +19,7 @@ public:
     // The fast paths, a copy within the buffer, are inline so that callers
     // holding a BufferedStream pay no call for small accesses.
     bool read(void* buffer, int32_t length, uint32_t& count) override {
-        if (length >= 0 && length <= readFill - readPosition && !(state & WritePending)) {
+        if (length >= 0 && length <= readFill - readPosition && readBuffer && !(state & WritePending)) {
             std::memcpy(buffer, readBuffer + readPosition, size_t(length));
             readPosition += length;
             state |= LastWasRead;
