@@ -20,12 +20,6 @@ BufferedStream::~BufferedStream() {
     delete[] writeBuffer;
 }
 
-void BufferedStream::advance(uint32_t n) {
-    if (position >= 0)
-        position += n;
-    totalMoved += n;
-}
-
 bool BufferedStream::refill() {
     readFill = 0;
     readPosition = 0;
@@ -36,7 +30,7 @@ bool BufferedStream::refill() {
     return true;
 }
 
-bool BufferedStream::read(void* buffer, int32_t length, uint32_t& count) {
+bool BufferedStream::readSlowly(void* buffer, int32_t length, uint32_t& count) {
     count = 0;
     if (!inner || !readBuffer || length < 0)
         return false;
@@ -44,13 +38,6 @@ bool BufferedStream::read(void* buffer, int32_t length, uint32_t& count) {
         return false;
     state |= LastWasRead;
     uint8_t* out = static_cast<uint8_t*>(buffer);
-    if (length <= readFill - readPosition) {  // served from the buffer
-        std::memcpy(out, readBuffer + readPosition, size_t(length));
-        readPosition += length;
-        count = uint32_t(length);
-        advance(count);
-        return true;
-    }
     bool ok = true;
     while (count < uint32_t(length)) {
         if (readPosition == readFill) {
@@ -81,7 +68,7 @@ bool BufferedStream::writeOut() {
     return ok;
 }
 
-bool BufferedStream::write(const void* buffer, int32_t length, uint32_t& count) {
+bool BufferedStream::writeSlowly(const void* buffer, int32_t length, uint32_t& count) {
     count = 0;
     if (!inner || !writeBuffer || length < 0)
         return false;
@@ -89,13 +76,6 @@ bool BufferedStream::write(const void* buffer, int32_t length, uint32_t& count) 
         return false;
     state |= WritePending;
     const uint8_t* in = static_cast<const uint8_t*>(buffer);
-    if (length <= bufferSize - writeFill) {  // fits: copy only
-        std::memcpy(writeBuffer + writeFill, in, size_t(length));
-        writeFill += length;
-        count = uint32_t(length);
-        advance(count);
-        return true;
-    }
     while (count < uint32_t(length)) {
         if (writeFill == bufferSize && !writeOut()) {
             advance(count);
@@ -140,5 +120,8 @@ bool BufferedStream::close() {
         return false;
     inner = nullptr;
     capabilities = 0;
+    delete[] readBuffer;
+    delete[] writeBuffer;
+    readBuffer = writeBuffer = nullptr;
     return true;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "Stream.h"
 
@@ -15,8 +16,30 @@ public:
     BufferedStream& operator=(const BufferedStream&) = delete;
     ~BufferedStream() override;  // writes out pending data, failure ignored
 
-    bool read(void* buffer, int32_t length, uint32_t& count) override;
-    bool write(const void* buffer, int32_t length, uint32_t& count) override;
+    // The fast paths, a copy within the buffer, are inline so that callers
+    // holding a BufferedStream pay no call for small accesses.
+    bool read(void* buffer, int32_t length, uint32_t& count) override {
+        if (length >= 0 && length <= readFill - readPosition && readBuffer && !(state & WritePending)) {
+            std::memcpy(buffer, readBuffer + readPosition, size_t(length));
+            readPosition += length;
+            state |= LastWasRead;
+            count = uint32_t(length);
+            advance(count);
+            return true;
+        }
+        return readSlowly(buffer, length, count);
+    }
+    bool write(const void* buffer, int32_t length, uint32_t& count) override {
+        if (length >= 0 && length <= bufferSize - writeFill && writeBuffer && !(state & LastWasRead)) {
+            std::memcpy(writeBuffer + writeFill, buffer, size_t(length));
+            writeFill += length;
+            state |= WritePending;
+            count = uint32_t(length);
+            advance(count);
+            return true;
+        }
+        return writeSlowly(buffer, length, count);
+    }
     bool close() override;
     uint32_t flags() override { return capabilities; }
     bool seek(int64_t offset, int32_t origin) override;
@@ -31,9 +54,15 @@ private:
     static constexpr uint32_t LastWasRead = 0x100;
     static constexpr uint32_t WritePending = 0x200;
 
+    bool readSlowly(void* buffer, int32_t length, uint32_t& count);
+    bool writeSlowly(const void* buffer, int32_t length, uint32_t& count);
     bool refill();
     bool writeOut();
-    void advance(uint32_t n);
+    void advance(uint32_t n) {
+        if (position >= 0)
+            position += n;
+        totalMoved += n;
+    }
 
     Stream* inner;
     int64_t position = -1;  // -1 when the inner stream cannot seek
