@@ -6,12 +6,9 @@
 #include "AlsaPlayback.h"
 #include "Core.h"
 #include "Log.h"
+#include "MixerTables.h"
 #include "NullDevice.h"
-
-// The module player's tables, built here once for the whole process.
-// TODO: include MixerTables.h and PlayerTables.h once the module player is merged.
-void buildMixerTables();
-void buildPlayerTables();
+#include "PlayerTables.h"
 
 static std::atomic<int32_t> initCount{0};
 static SharedRef<AudioDevice>* holder = nullptr;

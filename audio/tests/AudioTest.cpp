@@ -10,6 +10,7 @@
 
 #include "Audio.h"
 #include "Log.h"
+#include "MixerTables.h"
 #include "NullDevice.h"
 #include "TestSupport.h"
 
@@ -49,6 +50,8 @@ TEST(AudioTest, initAndShutdownActOnlyAtTheOutermostPair) {
     SharedRef<AudioDevice>* holder = audioDeviceHolder();
     ASSERT_NE(holder, nullptr);
     EXPECT_FALSE(*holder);
+    EXPECT_EQ(signedByteToSample[1], 256);  // the mixer's tables are built
+    EXPECT_EQ(squareRootCurve[4095], 16777215u);
     audioInit();
     EXPECT_EQ(audioDeviceHolder(), holder);
     EXPECT_EQ(logged, (std::vector<std::string>{"Audio initialized"}));
