@@ -189,6 +189,8 @@ TEST(AlsaPlaybackTest, settingsFollowTheHardwareChoice) {
     DeviceSettings settings = device.getSettings();
     EXPECT_EQ(settings.sampleRate, 44100u);
     EXPECT_EQ(settings.latency, 2205.0f / 48000.0f);  // the chosen period over the rate asked for
+    EXPECT_EQ(settings.coarseFrames, 128u);
+    EXPECT_EQ(settings.fineFrames, 16u);
     Calls calls = pcm.takeCalls();
     EXPECT_NE(std::find(calls.begin(), calls.end(), "availMin 2205"), calls.end());
     device.feedStep();

@@ -112,13 +112,3 @@ TEST(AudioTest, renderWithoutACallbackGivesSilence) {
     }
     EXPECT_EQ(afterCalls, 2);
 }
-
-TEST(AudioTest, sampleRateSetsTheDerivedFrameCounts) {
-    const uint32_t rows[][3] = {{44100, 128, 16}, {48000, 139, 17}, {8000, 23, 2}, {0, 0, 0}};
-    for (const auto& row : rows) {
-        DeviceSettings settings;
-        settings.setSampleRate(row[0]);
-        EXPECT_EQ(settings.coarseFrames, row[1]) << row[0];
-        EXPECT_EQ(settings.fineFrames, row[2]) << row[0];
-    }
-}
