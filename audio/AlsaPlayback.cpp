@@ -35,7 +35,6 @@ bool AlsaPlayback::start(uint32_t sampleRate, uint32_t channels, float latencySe
     while (api.writei(handle, periodBuffer.data(), snd_pcm_uframes_t(periodFrames)) == -EAGAIN) {
     }
     feeder->start();
-    settings.setSampleRate(settings.sampleRate);
     return true;
 }
 
@@ -90,7 +89,7 @@ bool AlsaPlayback::setHardwareParameters(uint32_t sampleRate, uint32_t channels)
     failures |= api.hwParamsSetPeriodsNear(handle, params, &periods, &direction);
     failures |= api.hwParams(handle, params);
     api.hwParamsFree(params);
-    settings.sampleRate = rate;
+    settings.setSampleRate(rate);  // the derived counts follow the rate in use
     periodFrames = int32_t(chosenPeriod);
     return failures == 0;
 }
