@@ -80,6 +80,29 @@ TEST(QuickSort, SortsLikeTheStandardSort) {
     }
 }
 
+// Distinct values arranged so that every partition's middle element is the
+// smallest of its range: each level of recursion then sorts away one value.
+static std::vector<uint16_t> oneByOneInput(int count) {
+    std::vector<int> slotAt(count);  // which original slot sits at each position
+    for (int i = 0; i < count; ++i)
+        slotAt[i] = i;
+    std::vector<uint16_t> values(count);
+    for (int low = 0; low < count; ++low) {
+        int middle = low + (count - 1 - low) / 2;
+        values[slotAt[middle]] = uint16_t(low);
+        std::swap(slotAt[low], slotAt[middle]);
+    }
+    return values;
+}
+
+TEST(QuickSort, DeepRecursionIsFatal) {
+    std::vector<uint16_t> shallow = oneByOneInput(250);
+    quickSort(shallow.data(), 250);
+    EXPECT_TRUE(std::is_sorted(shallow.begin(), shallow.end()));
+    std::vector<uint16_t> deep = oneByOneInput(300);
+    EXPECT_EXIT(quickSort(deep.data(), 300), testing::ExitedWithCode(1), "");
+}
+
 TEST(MixerTables, Values) {
     buildMixerTables();
     EXPECT_EQ(signedByteToSample[1], 256);
