@@ -6,8 +6,7 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <cstring>
-#include <numeric>
+#include <cmath>
 #include <random>
 #include <string>
 #include <thread>
@@ -77,8 +76,22 @@ TEST(HeapTest, listIndexAtBoundaries) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(Heap::listIndex(c.size), c.list) << "size " << c.size;
-    for (uint64_t size = 1; size < (uint64_t(1) << 22); size++)
-        ASSERT_LE(Heap::listIndex(size - 1), Heap::listIndex(size)) << "size " << size;
+    // Against the rule itself: each list's bound, and the first bound not below.
+    std::vector<uint64_t> bounds;
+    for (uint64_t bound = 0; bound < 512; bound += 4)
+        bounds.push_back(bound);
+    for (uint64_t level = 9; level < 30; level++)
+        for (uint64_t step = 0; step < 64; step++)
+            bounds.push_back((uint64_t(1) << level) + step * (uint64_t(1) << (level - 6)));
+    bounds.push_back(uint64_t(1) << 30);
+    std::mt19937_64 random(3);
+    for (int32_t i = 0; i < 2000000; i++) {
+        uint64_t size = i < 100000 ? uint64_t(i) : random() >> (random() % 64);
+        int32_t expected = size >= (uint64_t(1) << 30)
+                               ? Heap::listCount - 1
+                               : int32_t(std::lower_bound(bounds.begin(), bounds.end(), size) - bounds.begin());
+        ASSERT_EQ(Heap::listIndex(size), expected) << "size " << size;
+    }
 }
 
 TEST(HeapTest, alignmentsAreHonoured) {
