@@ -5,6 +5,7 @@
 // with --with-second-thread to see both allocators with their locks taken.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
