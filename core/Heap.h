@@ -3,7 +3,7 @@
 // attachHeap() has run; tests and benchmarks may also make private instances.
 #pragma once
 
-#include <pthread.h>
+#include <atomic>
 
 #include <bit>
 #include <cstddef>
@@ -105,7 +105,7 @@ private:
     void notePeaks(const HeapBlock* block);
     bool verifyLocked();
 
-    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<int32_t> lock{0};  // 0 free, 1 held, 2 held with sleepers (see HeapLock)
     HeapBlock* heads[listCount] = {};
     uint64_t bitmap[listCount / 64] = {};
     uint32_t bitmapSummary = 0;  // bit w set when bitmap[w] is non-zero
