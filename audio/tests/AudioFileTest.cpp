@@ -10,14 +10,7 @@
 
 namespace {
 
-struct Opened {
-    explicit Opened(const std::vector<uint8_t>& bytes) : stream(bytes.data(), int32_t(bytes.size())) {
-        ok = file.open(&stream);
-    }
-    MemoryStream stream;
-    AudioFile file;
-    bool ok = false;
-};
+using Opened = OpenedWav<AudioFile>;
 
 std::vector<uint8_t> readAllOf(const std::vector<uint8_t>& wav, int32_t step, int32_t channels, uint32_t format,
                                bool* succeeded = nullptr) {

@@ -11,14 +11,7 @@
 
 namespace {
 
-struct OpenSource {
-    explicit OpenSource(const std::vector<uint8_t>& wav) : stream(wav.data(), int32_t(wav.size())) {
-        opened = source.open(&stream);
-    }
-    MemoryStream stream;
-    SoundSource source;
-    bool opened = false;
-};
+using OpenSource = OpenedWav<SoundSource>;
 
 const std::vector<uint8_t> threeFrames = {1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0};  // Int16 stereo
 
@@ -28,11 +21,11 @@ TEST(SoundSource, shortFileIsFilledWithZerosOrLoopedOnce) {
     const auto wav = WavBuilder().fmt(1, 2, 44100, 16).data(threeFrames).bytes();
     for (bool looping : {false, true}) {
         OpenSource open(wav);
-        ASSERT_TRUE(open.opened);
-        open.source.setLooping(looping);
+        ASSERT_TRUE(open.ok);
+        open.file.setLooping(looping);
         std::vector<uint8_t> buffer(8 * 4, 0xEE);
         uint32_t got = 0;
-        ASSERT_TRUE(open.source.read(buffer.data(), 8, got));
+        ASSERT_TRUE(open.file.read(buffer.data(), 8, got));
         std::vector<uint8_t> expected = threeFrames;
         if (looping)
             expected.insert(expected.end(), threeFrames.begin(), threeFrames.end());
@@ -45,8 +38,8 @@ TEST(SoundSource, shortFileIsFilledWithZerosOrLoopedOnce) {
 TEST(SoundSource, convertingReadsReportFullCountsAndMatchTheConverter) {
     const auto samples = randomBytes(4 * 1500, 41);
     OpenSource open(WavBuilder().fmt(1, 2, 22050, 16).data(samples).bytes());
-    ASSERT_TRUE(open.opened);
-    ASSERT_TRUE(open.source.setOutputRate(44100));
+    ASSERT_TRUE(open.ok);
+    ASSERT_TRUE(open.file.setOutputRate(44100));
     RateConverter reference;
     reference.setInputRate(22050);
     reference.setOutputRate(44100);
@@ -55,10 +48,10 @@ TEST(SoundSource, convertingReadsReportFullCountsAndMatchTheConverter) {
     for (int call = 0; call < 10; ++call) {  // runs well past the end of the file
         std::vector<uint8_t> buffer(4 * 500);
         uint32_t got = 0;
-        ASSERT_TRUE(open.source.read(buffer.data(), 500, got));
+        ASSERT_TRUE(open.file.read(buffer.data(), 500, got));
         EXPECT_EQ(got, 500u);
         if (call == 3) {  // the rate in use again: nothing is reset
-            ASSERT_TRUE(open.source.setOutputRate(44100));
+            ASSERT_TRUE(open.file.setOutputRate(44100));
         }
         const int32_t need = reference.inputFramesFor(500);
         uint8_t* in = static_cast<uint8_t*>(reference.inputBuffer(need));
@@ -75,22 +68,22 @@ TEST(SoundSource, convertingReadsReportFullCountsAndMatchTheConverter) {
 
 TEST(SoundSource, settingsAndClosedSources) {
     OpenSource open(WavBuilder().fmt(1, 1, 8000, 16).data(threeFrames).bytes());
-    ASSERT_TRUE(open.opened);
-    EXPECT_TRUE(open.source.setOutputFormat(Float32, 1));
-    EXPECT_FALSE(open.source.setOutputFormat(Int16, 0));
-    EXPECT_EQ(open.source.outputSampleFormat(), uint32_t(Float32));
-    EXPECT_EQ(open.source.outputChannelCount(), 1);
-    EXPECT_FALSE(open.source.setOutputRate(0));
-    ASSERT_TRUE(open.source.setOutputRate(8000));
+    ASSERT_TRUE(open.ok);
+    EXPECT_TRUE(open.file.setOutputFormat(Float32, 1));
+    EXPECT_FALSE(open.file.setOutputFormat(Int16, 0));
+    EXPECT_EQ(open.file.outputSampleFormat(), uint32_t(Float32));
+    EXPECT_EQ(open.file.outputChannelCount(), 1);
+    EXPECT_FALSE(open.file.setOutputRate(0));
+    ASSERT_TRUE(open.file.setOutputRate(8000));
     float buffer[8];
     uint32_t got = 0;
-    ASSERT_TRUE(open.source.read(buffer, 8, got));
+    ASSERT_TRUE(open.file.read(buffer, 8, got));
     EXPECT_EQ(got, 6u);
     EXPECT_EQ(buffer[0], 1.0f / 32768);
-    ASSERT_TRUE(open.source.restart());
-    EXPECT_TRUE(open.source.close());
-    EXPECT_FALSE(open.source.read(buffer, 8, got));
-    EXPECT_FALSE(open.source.restart());
+    ASSERT_TRUE(open.file.restart());
+    EXPECT_TRUE(open.file.close());
+    EXPECT_FALSE(open.file.read(buffer, 8, got));
+    EXPECT_FALSE(open.file.restart());
 
     SoundSource never;
     MemoryStream garbage(threeFrames.data(), 12);

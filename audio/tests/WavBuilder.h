@@ -67,6 +67,17 @@ private:
     std::vector<uint8_t> body;
 };
 
+// A file of type File (AudioFile or one built on it) opened on in-memory bytes.
+template <typename File>
+struct OpenedWav {
+    explicit OpenedWav(const std::vector<uint8_t>& bytes) : stream(bytes.data(), int32_t(bytes.size())) {
+        ok = file.open(&stream);
+    }
+    MemoryStream stream;
+    File file;
+    bool ok = false;
+};
+
 // Reads a whole opened file in calls of `step` frames; false when a call fails.
 // `calls` counts the calls made, the failing one included.
 inline bool readAll(AudioFile& file, int32_t step, int32_t channels, uint32_t format, std::vector<uint8_t>& out,
