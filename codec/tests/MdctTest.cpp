@@ -8,7 +8,7 @@
 
 #include "Mdct.h"
 #include "RefCounted.h"
-#include "TestSignals.h"
+#include "CodecTestSupport.h"
 
 namespace {
 

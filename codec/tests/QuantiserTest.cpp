@@ -8,7 +8,7 @@
 
 #include "Mdct.h"
 #include "Quantiser.h"
-#include "TestSignals.h"
+#include "CodecTestSupport.h"
 
 namespace {
 
