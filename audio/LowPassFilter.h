@@ -11,9 +11,10 @@
 
 class LowPassFilter {
 public:
-    // Beyond this the filter costs more than it could be worth; only absurd
-    // rate pairs (thousands of sub-samples per output frame) reach it.
-    static constexpr int32_t MaxTaps = 4095;
+    // Taps grow with the oversampled rate over the cut-off (about 8 K); 255
+    // covers lowering the rate 32-fold. Beyond that the cost per output frame
+    // (K sub-samples times the taps) would grow with the square of the ratio.
+    static constexpr int32_t MaxTaps = 255;
 
     // Designs for `sampleRate` with cut-off `cutoff`; highPass inverts the
     // taps and adds 1 to the centre. The ring is cleared. False when memory ran out.
