@@ -2,6 +2,7 @@
 // the runtime down again; the command's status is the exit status.
 #include <cstdlib>
 
+#include "Audio.h"
 #include "CommandLine.h"
 #include "Core.h"
 #include "Settings.h"
@@ -17,9 +18,11 @@ void releaseFileNames() {
 
 int main(int argc, char** argv) {
     coreInit();
+    audioInit();
     std::atexit(releaseFileNames);
     int status = runCommandLine(argc, argv);
     releaseFileNames();
+    audioShutdown();
     coreShutdown();
     return status;
 }

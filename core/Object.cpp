@@ -9,62 +9,56 @@ namespace {
 
 std::atomic<int32_t> objectCount{0};
 
-void registerObject(int32_t starting) {
-    ClassRegistry* registry = classRegistry();
-    if (!registry)
-        return;
-    if (!starting) {
-        registry->unregisterClass("Core::Object");
-        return;
-    }
-    registry->registerClass("Core::Object", "");
-}
+struct PropertySpec {
+    const char* name;
+    PropertyKind kind;
+    const char* argument;
+};
 
-void registerTreeItem(int32_t starting) {
-    ClassRegistry* registry = classRegistry();
-    if (!registry)
-        return;
-    if (!starting) {
-        registry->unregisterClass("Core.TreeItem");
-        return;
-    }
-    if (ClassInfo* info = registry->registerClass("Core.TreeItem", "Core::Object"))
-        info->addProperty("name", PropertyKind::Name, 8, 8);
-}
+struct BuiltInClass {
+    const char* name;
+    const char* parent;
+    PropertySpec properties[3];
+    int32_t propertyCount;
+};
 
-void registerPackageObject(int32_t starting) {
-    ClassRegistry* registry = classRegistry();
-    if (!registry)
-        return;
-    if (!starting) {
-        registry->unregisterClass("Core.PackageObject");
-        return;
-    }
-    if (ClassInfo* info = registry->registerClass("Core.PackageObject", "Core.TreeItem")) {
-        info->addProperty("name", PropertyKind::Name, 8, 8);
-        info->addProperty("owner", PropertyKind::Pointer, 8, 8, "Core.Package");
-    }
-}
+// Every built-in property is one pointer-sized or two-pointer-sized field.
+const BuiltInClass builtInClasses[4] = {
+    {"Core::Object", "", {}, 0},
+    {"Core.TreeItem", "Core::Object", {{"name", PropertyKind::Name, ""}}, 1},
+    {"Core.PackageObject", "Core.TreeItem",
+     {{"name", PropertyKind::Name, ""}, {"owner", PropertyKind::Pointer, "Core.Package"}}, 2},
+    {"Core.Package", "Core.PackageObject",
+     {{"name", PropertyKind::Name, ""},
+      {"owner", PropertyKind::Pointer, "Core.Package"},
+      {"objects", PropertyKind::ArrayOf, "ptr<Core.PackageObject>"}},
+     3},
+};
 
-void registerPackage(int32_t starting) {
+template <int Index>
+void registerBuiltIn(int32_t starting) {
     ClassRegistry* registry = classRegistry();
     if (!registry)
         return;
+    const BuiltInClass& spec = builtInClasses[Index];
     if (!starting) {
-        registry->unregisterClass("Core.Package");
+        registry->unregisterClass(spec.name);
         return;
     }
-    if (ClassInfo* info = registry->registerClass("Core.Package", "Core.PackageObject")) {
-        info->addProperty("name", PropertyKind::Name, 8, 8);
-        info->addProperty("owner", PropertyKind::Pointer, 8, 8, "Core.Package");
-        info->addProperty("objects", PropertyKind::ArrayOf, 16, 8, "ptr<Core.PackageObject>");
+    ClassInfo* info = registry->registerClass(spec.name, spec.parent);
+    if (!info)
+        return;
+    for (int32_t i = 0; i < spec.propertyCount; ++i) {
+        const PropertySpec& p = spec.properties[i];
+        int32_t size = p.kind == PropertyKind::ArrayOf ? 16 : 8;
+        info->addProperty(p.name, p.kind, size, 8, p.argument);
     }
 }
 
 }  // namespace
 
-const ClassStartup builtInClassStartups[4] = {registerObject, registerTreeItem, registerPackageObject,
-                                              registerPackage};
+const ClassStartup builtInClassStartups[4] = {registerBuiltIn<0>, registerBuiltIn<1>, registerBuiltIn<2>,
+                                              registerBuiltIn<3>};
 
 Object::Object() { objectCount.fetch_add(1, std::memory_order_relaxed); }
 Object::~Object() { objectCount.fetch_sub(1, std::memory_order_relaxed); }
