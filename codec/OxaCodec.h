@@ -7,6 +7,14 @@
 
 #include <cstdint>
 
+#include "Array.h"
+#include "Mdct.h"
+#include "OxaFormat.h"
+#include "Quantiser.h"
+#include "RefCounted.h"
+
+class DeflateStream;
+class InflateStream;
 class Stream;
 
 class OxaCodec {
@@ -37,6 +45,43 @@ public:
     float duration() const;  // windowSize * blockCount / sampleRate, in seconds
 
 private:
-    struct State;
-    State* state;
+    bool prepareTransform(bool scaled);
+    // Encoder: takes `count` samples in the codec's own format, coding each full block.
+    bool appendSamples(const uint8_t* bytes, int64_t count);
+    bool codeBlock();
+    void loadChannel(int32_t channel, float* samples) const;
+    // Decoder: false when the payload has no further whole block.
+    bool decodeBlock();
+    void deliverInt16(uint8_t* out, int32_t frames, int32_t channels) const;
+    void deliverConverted(uint8_t* out, int32_t frames, int32_t channels, uint32_t format) const;
+
+    OxaHeader header;               // kept current: blockCount grows per coded block
+    Stream* file = nullptr;         // borrowed
+    SharedRef<DeflateStream> deflate;
+    SharedRef<InflateStream> inflate;
+    SharedRef<Mdct> transform;      // kept across streams of the same length and scaling
+    int32_t n = 0;                  // windowSize
+    int32_t streamChannels = 0;     // as given to openEncoder (256 is stored as 0) or read
+    uint32_t codecFormat = 2;       // the encoder's sample format
+    bool writing = false;
+    bool reading = false;
+
+    // Encoder.
+    Quantiser quantiser;
+    Array<uint8_t> sampleBuffer;    // N frames of interleaved samples in codecFormat
+    int64_t sampleFill = 0;         // in samples
+    Array<float> blockSamples;      // one channel's N new samples, scaled to [-1, 1)
+    Array<float> spectrum;          // one channel's N coefficients
+    Array<uint8_t> codeBytes;       // peak (4 bytes) and N codes of one channel
+    int64_t framesIn = 0;           // statistics only
+
+    // Decoder (also uses spectrum and codeBytes).
+    Array<float> dequantTable;      // 256 entries; codes are masked to qbits bits
+    uint32_t codeMask = 0;
+    Array<float> overlap;           // encoder: N per channel; decoder: two halves of N per channel
+    int32_t overlapHalf = 0;        // decoder: the half holding the previous block's tail
+    Array<float> outputBlock;       // N per channel, channel after channel
+    int32_t readPosition = 0;       // next frame of outputBlock; N when used up
+    bool payloadEnded = false;
+    int64_t startPosition = -1;     // where openDecoder found the header
 };

@@ -107,10 +107,15 @@ public:
             return false;
         if (!reserve(n))
             return false;
-        for (int32_t i = itemCount; i < n; ++i)
-            new (&items[i]) T();
-        for (int32_t i = n; i < itemCount; ++i)
-            items[i].~T();
+        if constexpr (std::is_trivially_default_constructible_v<T> && std::is_trivially_destructible_v<T>) {
+            if (n > itemCount)  // large plain buffers (the codec's) are zeroed in one go
+                std::memset(static_cast<void*>(items + itemCount), 0, sizeof(T) * size_t(n - itemCount));
+        } else {
+            for (int32_t i = itemCount; i < n; ++i)
+                new (&items[i]) T();
+            for (int32_t i = n; i < itemCount; ++i)
+                items[i].~T();
+        }
         itemCount = n;
         return true;
     }
@@ -133,8 +138,9 @@ public:
 
     // Destroys the elements but keeps the storage.
     void clear() {
-        for (int32_t i = 0; i < itemCount; ++i)
-            items[i].~T();
+        if constexpr (!std::is_trivially_destructible_v<T>)
+            for (int32_t i = 0; i < itemCount; ++i)
+                items[i].~T();
         itemCount = 0;
     }
 

@@ -22,6 +22,41 @@ inline int32_t clampRounded(float v) {
     return int32_t(v);
 }
 
+// Fast paths to the working format with the channel count kept. Each gives
+// exactly what decodeSample followed by encodeSample gives.
+
+// v * 2^-23 * 32768 + 0.5 is exact in single precision, so rounding half up
+// is (v + 128) >> 8; only the top end can need the clamp.
+void int24ToInt16(const uint8_t* in, uint8_t* out, int64_t samples) {
+    for (int64_t i = 0; i < samples; ++i, in += 3, out += 2) {
+        const int32_t v = int32_t((uint32_t(in[0]) << 8) | (uint32_t(in[1]) << 16) | (uint32_t(in[2]) << 24)) >> 8;
+        int32_t n = (v + 128) >> 8;
+        n = n > 32767 ? 32767 : n;
+        out[0] = uint8_t(n);
+        out[1] = uint8_t(n >> 8);
+    }
+}
+
+// The same single-precision steps as encodeSample; the floor is a truncation
+// corrected for negative fractions, valid inside the clamp range.
+void float32ToInt16(const uint8_t* in, uint8_t* out, int64_t samples) {
+    for (int64_t i = 0; i < samples; ++i, in += 4, out += 2) {
+        float x;
+        std::memcpy(&x, in, 4);
+        const float scaled = x * 32768.0f;
+        const float y = scaled + 0.5f;
+        int32_t n;
+        if (y >= -32767.0f && y < 32768.0f) {
+            const int32_t truncated = int32_t(y);
+            n = truncated - (float(truncated) > y ? 1 : 0);
+        } else {
+            n = y < -32767.0f ? -32768 : y >= 32768.0f ? 32767 : 0;  // NaN is silence
+        }
+        out[0] = uint8_t(n);
+        out[1] = uint8_t(n >> 8);
+    }
+}
+
 }  // namespace
 
 float decodeSample(uint32_t format, const uint8_t* sample) {
@@ -83,6 +118,15 @@ void convertSamples(uint32_t srcFormat, int32_t srcChannels, uint32_t dstFormat,
 
     if (srcFormat == dstFormat && srcChannels == dstChannels) {
         std::memcpy(out, in, size_t(frames) * size_t(srcChannels) * size_t(inSize));
+        return;
+    }
+
+    if (srcChannels == dstChannels && outSize == 2 && (inSize == 3 || inSize == 4)) {
+        const int64_t samples = int64_t(frames) * srcChannels;
+        if (inSize == 3)
+            int24ToInt16(in, out, samples);
+        else
+            float32ToInt16(in, out, samples);
         return;
     }
 

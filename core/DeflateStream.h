@@ -1,0 +1,91 @@
+// DeflateStream: compresses everything written to it into a borrowed output
+// stream, in one of four framings (raw, raw with CRC-32, zlib, gzip). The
+// codec's encoder writes its coded blocks through one with zlib framing.
+#pragma once
+
+#include <cstdint>
+
+#include "BitWriter.h"
+#include "DeflateBlockCoder.h"
+#include "DeflateFormat.h"
+#include "Stream.h"
+#include "String.h"
+
+class DeflateStream final : public Stream {
+public:
+    explicit DeflateStream(Stream* output = nullptr, int32_t framing = FramingRaw);  // output borrowed
+    ~DeflateStream() override;  // finishes an unfinished stream
+    DeflateStream(const DeflateStream&) = delete;
+    DeflateStream& operator=(const DeflateStream&) = delete;
+
+    // Settings take effect before the first byte is written.
+    void setFraming(int32_t value);
+    void setOutput(Stream* stream);
+    void setLevel(int32_t value);  // 1 (fastest) to 9 (smallest, the default)
+    void setGzipName(const String& name) { gzipName = name; }
+    void setGzipComment(const String& comment) { gzipComment = comment; }
+    void setGzipTime(uint32_t unixTime) { gzipTime = unixTime; }
+
+    bool write(const void* buffer, int32_t length, uint32_t& count) override;
+    // Finishes the stream (pending match, last block, trailer), then flushes the output.
+    bool flush() override;
+    uint32_t flags() override;
+
+    // CRC-32 or Adler-32 of the input so far, as the framing wants it.
+    uint32_t checksum() const { return runningChecksum; }
+    int64_t totalIn() const { return inputLength; }
+
+private:
+    static constexpr int32_t windowSize = 65536;
+    static constexpr int32_t hashHeads = 8192;
+    // Positions closer than this to the end of the window wait for more
+    // input, so that a match may run its full length and hashing its three bytes.
+    static constexpr int32_t lookahead = deflateFormat::maxMatch + deflateFormat::minMatch + 1;
+
+    struct Limits {
+        int32_t chain;  // candidates tried per search
+        int32_t good;   // a pending match this long quarters the next search
+        int32_t nice;   // a match this long ends the search
+        int32_t lazy;   // a pending match this long is taken without a second search
+    };
+    static const Limits limitsByLevel[10];
+
+    bool finish();
+    void writeHeader();
+    void writeTrailer();
+    void parse(bool toEnd);
+    void slideWindow();
+    void closeBlock(bool isFinal);
+    void emitLiteral(int32_t position);
+    void emitMatch(int32_t distance, int32_t length);
+    int32_t insert(int32_t position);
+    int32_t longestMatch(int32_t position, int32_t candidate, int32_t best, int32_t& distance) const;
+
+    Stream* output = nullptr;
+    BitWriter writer;
+    DeflateBlockCoder block;
+    int32_t framing = FramingRaw;
+    int32_t level = 9;
+
+    // Window: input bytes [0, filled); positions before `position` are parsed.
+    uint8_t* window = nullptr;
+    int32_t* heads = nullptr;    // newest position per hash, -1 when none
+    uint16_t* chain = nullptr;   // per position: distance back to the previous one with its hash, 0 for none
+    int32_t filled = 0;
+    int32_t position = 0;
+    // Lazy matching: the byte at position - 1 waits (hasPending) with the
+    // match found there (matchLength < 3 when none).
+    bool hasPending = false;
+    int32_t matchLength = deflateFormat::minMatch - 1;
+    int32_t matchDistance = 0;
+    // Input before this window position is in blocks; the current block
+    // starts at emitted - block.coveredLength(), below 0 once it slid out.
+    int32_t emitted = 0;
+
+    uint32_t runningChecksum = 0;
+    int64_t inputLength = 0;
+    String gzipName, gzipComment;
+    uint32_t gzipTime = 0;
+    bool headerWritten = false;
+    bool finished = false;
+};
