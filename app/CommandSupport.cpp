@@ -1,0 +1,43 @@
+// CommandSupport: output names, the overwrite question, statistics.
+#include "CommandSupport.h"
+
+#include <cstdio>
+
+#include "FileStream.h"
+#include "Settings.h"
+
+String outputNameFor(const char* extension) {
+    if (!settings.outputName.isEmpty())
+        return settings.outputName;
+    return setExtension(settings.inputName, extension);
+}
+
+bool mayWriteOutput(const String& outputName) {
+    if (settings.force)
+        return true;
+    FileStream probe(outputName, FileRead, 7);
+    if (!probe.isOpen())
+        return true;
+    std::printf("file already exists: %s\n", outputName.c_str());
+    std::printf("overwrite? (Y/N)\n");
+    std::fflush(stdout);
+    int answer = std::fgetc(stdin);
+    if ((answer | 32) == 'y')
+        return true;
+    std::printf("aborting...\n");
+    return false;
+}
+
+int64_t fileSize(const String& name) {
+    FileStream file(name, FileRead, 7);
+    int64_t size = file.size();
+    return size > 0 ? size : 0;
+}
+
+void printStatistics(double ratioPercent, int64_t compressedBytes, float durationSeconds, const char* verb,
+                     uint32_t elapsedMs) {
+    double seconds = durationSeconds < 1.0f ? 1.0 : double(durationSeconds);
+    std::printf("ratio: %0.1lf%%\n", ratioPercent);
+    std::printf("average bitrate: %0.0lf kbps\n", 0.008 * double(compressedBytes) / seconds);
+    std::printf("%s in %0.1lf sec\n", verb, double(elapsedMs) / 1000.0);
+}

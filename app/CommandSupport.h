@@ -1,0 +1,21 @@
+// CommandSupport: what the compress and decompress commands share: the
+// output name, the overwrite question and the verbose statistics.
+#pragma once
+
+#include <cstdint>
+
+#include "String.h"
+
+// The input name with `extension`, unless -o gave a name.
+String outputNameFor(const char* extension);
+
+// Unless -f was given, asks before an existing output is overwritten.
+// True when the command may go on.
+bool mayWriteOutput(const String& outputName);
+
+// Size of a file in bytes, 0 when it cannot be opened.
+int64_t fileSize(const String& name);
+
+// "ratio: ..%", "average bitrate: .. kbps" and "<verb> in .. sec" on standard output.
+void printStatistics(double ratioPercent, int64_t compressedBytes, float durationSeconds, const char* verb,
+                     uint32_t elapsedMs);

@@ -1,0 +1,113 @@
+// CompressCommand: a WAV file (or anything the sound source reads) into an
+// Oxa file. Each failure prints its one line on the stream the command's
+// contract names; a failure after the output is created leaves it behind.
+#include <cstdio>
+
+#include "Array.h"
+#include "BufferedStream.h"
+#include "CommandSupport.h"
+#include "Commands.h"
+#include "FileStream.h"
+#include "OxaCodec.h"
+#include "Settings.h"
+#include "SoundSource.h"
+#include "Stopwatch.h"
+
+namespace {
+
+constexpr int32_t FramesPerStep = 1024;
+
+void echoSettings() {
+    if (settings.qbits != 5)
+        std::printf("using qbits: %d\n", settings.qbits);
+    if (settings.athOffset != 0.0f)
+        std::printf("using ATH ofs: %0.2lf dB\n", double(settings.athOffset));
+    if (settings.windowSize != 2048)
+        std::printf("using win size: %d\n", settings.windowSize);
+}
+
+// Reads the header of the finished file back for its duration.
+float writtenDuration(const String& outputName) {
+    FileStream written(outputName, FileRead, 7);
+    OxaCodec reader;
+    if (!written.isOpen() || !reader.openDecoder(&written))
+        return 0.0f;
+    return reader.duration();
+}
+
+}  // namespace
+
+bool compressCommand() {
+    Stopwatch timer;
+    if (settings.verbose)
+        timer.start();
+    const String& inputName = settings.inputName;
+    String outputName = outputNameFor("oxa");
+
+    FileStream input(inputName, FileRead, 7);
+    if (!input.isOpen()) {
+        std::fprintf(stderr, "failed to open %s\n", inputName.c_str());
+        return false;
+    }
+    if (!mayWriteOutput(outputName))
+        return false;
+    FileStream output(outputName, FileWrite | FileCreate | FileTruncate, 7);
+    if (!output.isOpen()) {
+        std::printf("failed to create: %s\n", outputName.c_str());
+        return false;
+    }
+    // Released in reverse: samples, source, codec, buffer, then the files.
+    BufferedStream buffered(&output, 8192);
+    OxaCodec codec;
+    SoundSource source;
+    if (!source.open(&input)) {
+        std::printf("failed to open input: %s\n", inputName.c_str());
+        return false;
+    }
+    const int32_t channels = source.channels();
+    source.setLooping(false);
+    source.setOutputFormat(Int16, channels);
+    source.setOutputRate(source.sampleRate());
+    source.selectResampler(true);
+    source.setResamplerOption(0, 0);
+
+    if (!codec.openEncoder(&buffered, Int16, source.sampleRate(), channels, settings.qbits,
+                           settings.windowSize & 0xFFFF, settings.athOffset)) {
+        std::printf("failed to create output: %s\n", outputName.c_str());
+        return false;
+    }
+    if (settings.verbose)
+        echoSettings();
+
+    Array<int16_t> samples;
+    samples.resize(FramesPerStep * channels);
+    for (;;) {
+        uint32_t framesRead = 0;
+        if (!source.read(samples.data(), FramesPerStep, framesRead)) {
+            std::fprintf(stderr, "failed to read %s\n", inputName.c_str());
+            return false;
+        }
+        if (framesRead == 0)
+            break;
+        if (!codec.encode(samples.data(), int32_t(framesRead), channels, Int16)) {
+            std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
+            return false;
+        }
+    }
+    // Most of the payload reaches the file only when the encoder closes, so a
+    // full disk shows up here: it is reported as the write failure it is.
+    if (!codec.close() || !buffered.flush()) {
+        std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
+        return false;
+    }
+    if (!settings.verbose)
+        return true;
+
+    output.close();
+    uint32_t elapsed = timer.stop();
+    int64_t inputBytes = input.size();
+    int64_t outputBytes = fileSize(outputName);
+    double ratio = inputBytes > 0 ? 100.0 * double(outputBytes) / double(inputBytes) : 0.0;
+    printStatistics(ratio, outputBytes, writtenDuration(outputName), "compressed", elapsed);
+    return true;
+}
