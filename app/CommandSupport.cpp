@@ -28,6 +28,20 @@ bool mayWriteOutput(const String& outputName) {
     return false;
 }
 
+bool openCommandFiles(FileStream& input, FileStream& output, const String& outputName) {
+    if (!input.open(settings.inputName, FileRead, 7)) {
+        std::fprintf(stderr, "failed to open %s\n", settings.inputName.c_str());
+        return false;
+    }
+    if (!mayWriteOutput(outputName))
+        return false;
+    if (!output.open(outputName, FileWrite | FileCreate | FileTruncate, 7)) {
+        std::printf("failed to create: %s\n", outputName.c_str());
+        return false;
+    }
+    return true;
+}
+
 int64_t fileSize(const String& name) {
     FileStream file(name, FileRead, 7);
     int64_t size = file.size();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "FileStream.h"
 #include "String.h"
 
 // The input name with `extension`, unless -o gave a name.
@@ -12,6 +13,10 @@ String outputNameFor(const char* extension);
 // Unless -f was given, asks before an existing output is overwritten.
 // True when the command may go on.
 bool mayWriteOutput(const String& outputName);
+
+// Opens the input for reading, asks before overwriting and creates the
+// output, printing each failure on its stream. True when both are open.
+bool openCommandFiles(FileStream& input, FileStream& output, const String& outputName);
 
 // Size of a file in bytes, 0 when it cannot be opened.
 int64_t fileSize(const String& name);

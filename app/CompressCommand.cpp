@@ -44,18 +44,9 @@ bool compressCommand() {
     const String& inputName = settings.inputName;
     String outputName = outputNameFor("oxa");
 
-    FileStream input(inputName, FileRead, 7);
-    if (!input.isOpen()) {
-        std::fprintf(stderr, "failed to open %s\n", inputName.c_str());
+    FileStream input, output;
+    if (!openCommandFiles(input, output, outputName))
         return false;
-    }
-    if (!mayWriteOutput(outputName))
-        return false;
-    FileStream output(outputName, FileWrite | FileCreate | FileTruncate, 7);
-    if (!output.isOpen()) {
-        std::printf("failed to create: %s\n", outputName.c_str());
-        return false;
-    }
     // Released in reverse: samples, source, codec, buffer, then the files.
     BufferedStream buffered(&output, 8192);
     OxaCodec codec;

@@ -24,18 +24,9 @@ bool decompressCommand() {
     const String& inputName = settings.inputName;
     String outputName = outputNameFor("wav");
 
-    FileStream input(inputName, FileRead, 7);
-    if (!input.isOpen()) {
-        std::fprintf(stderr, "failed to open %s\n", inputName.c_str());
+    FileStream input, output;
+    if (!openCommandFiles(input, output, outputName))
         return false;
-    }
-    if (!mayWriteOutput(outputName))
-        return false;
-    FileStream output(outputName, FileWrite | FileCreate | FileTruncate, 7);
-    if (!output.isOpen()) {
-        std::printf("failed to create: %s\n", outputName.c_str());
-        return false;
-    }
     // Released in reverse: samples, the WAV file (sizes written), the
     // decoder, the buffer, then the files.
     BufferedStream buffered(&output, 8192);

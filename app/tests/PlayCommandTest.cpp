@@ -49,19 +49,7 @@ std::vector<uint8_t> capturePlay(const std::string& dir, const std::vector<std::
     unlink(fifo.c_str());
     mkfifo(fifo.c_str(), 0600);
     std::string config = dir + "/alsa.conf";
-    std::string text =
-        "</usr/share/alsa/alsa.conf>\n"
-        "pcm.!plughw {\n"
-        "  @args [ CARD DEV SUBDEV ]\n"
-        "  @args.CARD { type string }\n"
-        "  @args.DEV { type integer }\n"
-        "  @args.SUBDEV { type integer default -1 }\n"
-        "  type file\n"
-        "  slave.pcm \"null\"\n"
-        "  file \"" + fifo + "\"\n"
-        "  format \"raw\"\n"
-        "}\n";
-    writeWholeFile(config, std::vector<uint8_t>(text.begin(), text.end()));
+    writeAlsaCaptureConfig(config, fifo);
 
     int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
     int input[2];
@@ -139,7 +127,9 @@ class PlayCommandTest : public testing::Test {
 protected:
     void SetUp() override {
         dir = temporaryDirectory();
-        for (int i = 0; i < 3000; ++i) {
+        // Longer than a period even after decoding drops a block: a read wraps
+        // around at most once, so a shorter file would leave silence, deliberately.
+        for (int i = 0; i < 6000; ++i) {
             stereo.push_back(int16_t(i * 7 - 10000));
             stereo.push_back(int16_t(-i * 5 + 3000));
         }
@@ -153,14 +143,12 @@ protected:
 
 TEST_F(PlayCommandTest, stereoWavLoopsAfterOnePeriodOfSilence) {
     int status = -1;
-    std::vector<uint8_t> captured = capturePlay(dir, {"-p", "stereo.wav"}, (PeriodFrames + 7000) * 4, status);
+    std::vector<uint8_t> captured = capturePlay(dir, {"-p", "stereo.wav"}, (PeriodFrames + 13000) * 4, status);
     EXPECT_EQ(status, 0);
     expectPrimedLoop(captured, stereo);
 }
 
 TEST_F(PlayCommandTest, monoWavIsDuplicatedToBothChannels) {
-    // Longer than a period: a read wraps around at most once, so a shorter
-    // file would leave silence in the period, deliberately.
     std::vector<int16_t> mono, both;
     for (int i = 0; i < 2500; ++i) {
         mono.push_back(int16_t(i * 11 - 8000));
@@ -178,7 +166,7 @@ TEST_F(PlayCommandTest, oxaStreamPlaysItsDecodedFrames) {
     ASSERT_EQ(runOxa({"-f", "stereo.wav"}, nullptr, dir).status, 0);
     ASSERT_EQ(runOxa({"-f", "-d", "stereo.oxa", "-o", "decoded.wav"}, nullptr, dir).status, 0);
     std::vector<int16_t> decoded = samplesOf(readWholeFile(dir + "/decoded.wav"));
-    ASSERT_FALSE(decoded.empty());
+    ASSERT_GE(decoded.size(), PeriodFrames * 2);
     int status = -1;
     std::vector<uint8_t> captured =
         capturePlay(dir, {"stereo.oxa"}, (PeriodFrames * 2 + decoded.size() * 2) * 2, status);

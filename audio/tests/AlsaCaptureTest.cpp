@@ -97,19 +97,7 @@ void readConfiguredSizes(snd_pcm_t* pcm, PlayReport& report) {
 // left in `directory`.
 PlayReport playThroughFilePlugin(const Play& play, const std::string& directory) {
     std::string configPath = directory + "/asound.conf";
-    std::string config =
-        "</usr/share/alsa/alsa.conf>\n"
-        "pcm.!plughw {\n"
-        "  @args [ CARD DEV SUBDEV ]\n"
-        "  @args.CARD { type string }\n"
-        "  @args.DEV { type integer }\n"
-        "  @args.SUBDEV { type integer default -1 }\n"
-        "  type file\n"
-        "  slave.pcm \"null\"\n"
-        "  file \"" + directory + "/capture.raw\"\n"
-        "  format \"raw\"\n"
-        "}\n";
-    writeWholeFile(configPath, std::vector<uint8_t>(config.begin(), config.end()));
+    writeAlsaCaptureConfig(configPath, directory + "/capture.raw");
 
     int pipeEnds[2];
     PlayReport report;

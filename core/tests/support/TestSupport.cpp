@@ -57,3 +57,19 @@ bool writeWholeFile(const std::string& path, const std::vector<uint8_t>& bytes) 
     bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
     return std::fclose(f) == 0 && ok;
 }
+
+bool writeAlsaCaptureConfig(const std::string& configPath, const std::string& capturePath) {
+    std::string config =
+        "</usr/share/alsa/alsa.conf>\n"
+        "pcm.!plughw {\n"
+        "  @args [ CARD DEV SUBDEV ]\n"
+        "  @args.CARD { type string }\n"
+        "  @args.DEV { type integer }\n"
+        "  @args.SUBDEV { type integer default -1 }\n"
+        "  type file\n"
+        "  slave.pcm \"null\"\n"
+        "  file \"" + capturePath + "\"\n"
+        "  format \"raw\"\n"
+        "}\n";
+    return writeWholeFile(configPath, std::vector<uint8_t>(config.begin(), config.end()));
+}

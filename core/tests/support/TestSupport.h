@@ -22,3 +22,8 @@ std::string temporaryDirectory();
 
 std::vector<uint8_t> readWholeFile(const std::string& path);
 bool writeWholeFile(const std::string& path, const std::vector<uint8_t>& bytes);
+
+// Writes an ALSA configuration that keeps the system's and redefines
+// "plughw" as the file plugin over the null device, writing raw PCM to
+// `capturePath`. Point ALSA_CONFIG_PATH at it before libasound starts.
+bool writeAlsaCaptureConfig(const std::string& configPath, const std::string& capturePath);
