@@ -1,10 +1,122 @@
-// Heap: the process-wide allocator behind the global operator new/delete.
-// Before attachHeap() the operators fall through to malloc/free; once
-// attached the heap serves every allocation for the rest of the process.
+// Heap: a two-level segregated-fit allocator over large anonymous mmap
+// segments. The process heap serves the global operator new/delete once
+// attachHeap() has run; tests and benchmarks may also make private instances.
 #pragma once
 
-#include <cstddef>
+#include <atomic>
 
-// Attaches the heap (counted atomically; never detached).
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+// The heap's counters, in the order printStatistics() shows them. Sizes are
+// in bytes; a block's size is its user area, without the 16-byte header.
+struct HeapStatistics {
+    uint64_t allocBlocks = 0;       // blocks in use
+    uint64_t allocSize = 0;         // bytes in blocks in use
+    uint64_t peakAllocSize = 0;     // highest allocSize so far
+    uint64_t peakBlockSize = 0;     // highest allocSize + headers of the blocks in use
+    uint64_t freeBlocks = 0;        // blocks on the free lists
+    uint64_t freeSize = 0;          // bytes in free blocks
+    uint64_t totalSize = 0;         // bytes mapped in all segments
+    uint64_t bookKeeping = 0;       // headers and segment terminators
+    uint64_t maxAllocSize = 0;      // largest block ever handed out
+    uint64_t maxFreeSize = 0;       // largest free block now
+    uint64_t numSegments = 0;
+    uint64_t largestFreeChain = 0;  // longest free list now
+    uint64_t allocCalls = 0;
+    uint64_t reallocCalls = 0;
+    uint64_t freeCalls = 0;
+    uint64_t reallocSucc = 0;       // reallocations done in place
+    uint64_t slowBucket = 0;        // searches whose exact list had no fitting block near its head
+};
+
+struct HeapBlock;
+
+class Heap {
+public:
+    static constexpr int32_t listCount = 1536;
+    static constexpr int32_t maxSegments = 256;
+
+    constexpr Heap() = default;
+    Heap(const Heap&) = delete;
+    Heap& operator=(const Heap&) = delete;
+    ~Heap();  // unmaps every segment; the process heap is never destroyed
+
+    // Returns null when the request cannot be met; alignment must be a power
+    // of two (values below 8 mean 8).
+    void* allocate(size_t size, size_t alignment);
+    // Returns false, doing nothing, when address lies outside every segment.
+    bool release(void* address);
+    // Grows or shrinks in place when it can, else moves the content to a new
+    // block aligned like operator new. Null address: a plain allocation.
+    // Returns null (the old block untouched) on failure or a foreign address.
+    void* reallocate(void* address, size_t size);
+    bool owns(const void* address);
+
+    HeapStatistics statistics();
+    void printStatistics();
+    void dumpBlocks();
+    // Walks every block and list and checks the heap's invariants.
+    bool verify();
+
+    // Free list for a search size: the first list whose bound is not below it.
+    // Lists 0 to 127 have bounds 0, 4, ... 508; from 512 on, each power of two
+    // is split into 64 lists of equal width; 1 GiB and more share the last.
+    // Both halves come from one formula, without branches (sizes arrive in
+    // random order): with t = size - 1 and m the top bit of t (at least 8),
+    // the list is (m - 8) * 64 + (t >> (m - 6)) + 1.
+    static int32_t listIndex(uint64_t searchSize) {
+        if (searchSize == 0)
+            return 0;
+        uint64_t t = searchSize - 1;
+        int32_t top = std::bit_width(t | 256) - 1;
+        int32_t index = ((top - 8) << 6) + int32_t(t >> (top - 6)) + 1;
+        return searchSize >= (uint64_t(1) << 30) ? listCount - 1 : index;
+    }
+
+private:
+    struct Segment {
+        char* start;
+        uint64_t length;
+    };
+
+    void* allocateLocked(size_t size, size_t alignment);
+    void* allocateSmall(uint64_t size, uint64_t searchSize);
+    void releaseBlock(HeapBlock* block);
+    void* reallocateLocked(void* address, size_t size);
+    HeapBlock* findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user);
+    HeapBlock* firstFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user);
+    HeapBlock* exactFit(int32_t list, uint64_t size, uint64_t alignment, char*& user);
+    char* carve(HeapBlock* block, char* user, uint64_t size);
+    HeapBlock* moveStart(HeapBlock* block, char* user);
+    HeapBlock* liveBlockAt(void* address);
+    static HeapBlock* liveBlockIn(const Segment* segment, void* address);
+    HeapBlock* splitTail(HeapBlock* block, uint64_t size);
+    void coalesceAndLink(HeapBlock* block);
+    bool mapSegment(uint64_t size, uint64_t alignment);
+    const Segment* findSegment(const void* address);
+    int32_t firstNonEmptyList(int32_t from) const;
+    void link(HeapBlock* block);
+    void unlink(HeapBlock* block);
+    void clearListBit(int32_t list);
+    void markInUse(HeapBlock* block);
+    void growBlock(HeapBlock* block, uint64_t bytes);
+    void notePeaks(const HeapBlock* block);
+    bool verifyLocked();
+
+    std::atomic<int32_t> lock{0};  // 0 free, 1 held, 2 held with sleepers (see HeapLock)
+    HeapBlock* heads[listCount] = {};
+    uint64_t bitmap[listCount / 64] = {};
+    uint32_t bitmapSummary = 0;  // bit w set when bitmap[w] is non-zero
+    Segment segments[maxSegments] = {};  // sorted by start address
+    int32_t segmentCount = 0;
+    int32_t lastSegment = 0;  // where the latest release landed
+    HeapStatistics counters;
+};
+
+// Attaches the process heap (counted atomically; never detached).
 void attachHeap();
 bool heapAttached();
+// The heap behind the global operators; usable during static initialisation.
+Heap& processHeap();

@@ -1,0 +1,320 @@
+// Heap: placement, alignment, merging and statistics on private instances, and
+// the global operators on the process heap (unless the build keeps the
+// platform allocator).
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Heap.h"
+
+namespace {
+
+constexpr size_t MiB = size_t(1) << 20;
+
+// A pattern tied to the tag: dense in the first MiB, sparse beyond it to keep
+// the test quick, at the same offsets whatever the block's size.
+size_t nextOffset(size_t i) { return i < MiB ? i + 1 : i + 4093; }
+uint8_t patternByte(uint32_t tag, size_t i) { return uint8_t(tag * 131 + i * 7 + (i >> 8)); }
+
+void fillPattern(void* memory, size_t size, uint32_t tag) {
+    auto* bytes = static_cast<uint8_t*>(memory);
+    for (size_t i = 0; i < size; i = nextOffset(i))
+        bytes[i] = patternByte(tag, i);
+}
+
+bool patternIntact(const void* memory, size_t size, uint32_t tag) {
+    auto* bytes = static_cast<const uint8_t*>(memory);
+    for (size_t i = 0; i < size; i = nextOffset(i))
+        if (bytes[i] != patternByte(tag, i))
+            return false;
+    return true;
+}
+
+bool alignedTo(const void* memory, size_t alignment) { return uintptr_t(memory) % alignment == 0; }
+
+// Every byte of every segment is a header, a user area or a terminator.
+void expectConsistent(Heap& heap) {
+    ASSERT_TRUE(heap.verify());
+    HeapStatistics s = heap.statistics();
+    EXPECT_EQ(s.allocSize + s.freeSize + s.bookKeeping, s.totalSize);
+}
+
+void expectOneFreeBlockPerSegment(Heap& heap) {
+    expectConsistent(heap);
+    HeapStatistics s = heap.statistics();
+    EXPECT_EQ(s.allocBlocks, 0u);
+    EXPECT_EQ(s.freeBlocks, s.numSegments);
+    EXPECT_EQ(s.freeSize, s.totalSize - 24 * s.numSegments);
+}
+
+// Log-uniform from 1 byte to 8 KiB, with one request in 150 of 17 to 40 MiB.
+size_t randomSize(std::mt19937& random) {
+    if (random() % 150 == 0)
+        return 17 * MiB + random() % (23 * MiB);
+    return size_t(std::exp2(std::uniform_real_distribution<double>(0, 13)(random)));
+}
+
+}  // namespace
+
+TEST(HeapTest, listIndexAtBoundaries) {
+    const struct {
+        uint64_t size;
+        int32_t list;
+    } cases[] = {
+        {0, 0},          {1, 1},          {4, 1},           {5, 2},           {8, 2},
+        {508, 127},      {509, 128},      {512, 128},       {513, 129},       {520, 129},
+        {521, 130},      {1016, 191},     {1017, 192},      {1024, 192},      {1025, 193},
+        {1040, 193},     {1041, 194},     {4096, 320},      {(1u << 29) + 1, 1409},
+        {(1u << 30) - 1, 1472},            {1u << 30, 1535}, {uint64_t(1) << 40, 1535},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(Heap::listIndex(c.size), c.list) << "size " << c.size;
+    // Against the rule itself: each list's bound, and the first bound not below.
+    std::vector<uint64_t> bounds;
+    for (uint64_t bound = 0; bound < 512; bound += 4)
+        bounds.push_back(bound);
+    for (uint64_t level = 9; level < 30; level++)
+        for (uint64_t step = 0; step < 64; step++)
+            bounds.push_back((uint64_t(1) << level) + step * (uint64_t(1) << (level - 6)));
+    bounds.push_back(uint64_t(1) << 30);
+    std::mt19937_64 random(3);
+    for (int32_t i = 0; i < 2000000; i++) {
+        uint64_t size = i < 100000 ? uint64_t(i) : random() >> (random() % 64);
+        int32_t expected = size >= (uint64_t(1) << 30)
+                               ? Heap::listCount - 1
+                               : int32_t(std::lower_bound(bounds.begin(), bounds.end(), size) - bounds.begin());
+        ASSERT_EQ(Heap::listIndex(size), expected) << "size " << size;
+    }
+}
+
+TEST(HeapTest, alignmentsAreHonoured) {
+    const size_t alignments[] = {0, 1, 2, 4, 8, 16, 32, 64, 128, 4096, 65536, MiB};
+    const size_t sizes[] = {1, 8, 15, 16, 17, 100, 5000, 70000};
+    for (size_t alignment : alignments) {
+        Heap heap;  // fresh, so the first request lands on a segment's first block
+        std::vector<void*> blocks;
+        for (size_t size : sizes) {
+            void* memory = heap.allocate(size, alignment);
+            ASSERT_NE(memory, nullptr);
+            EXPECT_TRUE(alignedTo(memory, std::max<size_t>(alignment, 8))) << size << " @ " << alignment;
+            fillPattern(memory, size, uint32_t(size));
+            blocks.push_back(memory);
+        }
+        for (size_t i = 0; i < blocks.size(); i++)
+            EXPECT_TRUE(patternIntact(blocks[i], sizes[i], uint32_t(sizes[i])));
+        expectConsistent(heap);
+        for (void* memory : blocks)
+            EXPECT_TRUE(heap.release(memory));
+        expectOneFreeBlockPerSegment(heap);
+    }
+    Heap heap;
+    EXPECT_EQ(heap.allocate(64, 2 * MiB), nullptr);
+    EXPECT_EQ(heap.allocate(64, 24), nullptr);
+    EXPECT_EQ(heap.allocate(~size_t(0) - 1000, 8), nullptr);
+    EXPECT_EQ(heap.allocate(size_t(1) << 60, 8), nullptr);
+}
+
+TEST(HeapTest, randomSequencesKeepContentAndInvariants) {
+    std::mt19937 random(20261121);
+    Heap heap;
+    struct Slot {
+        void* memory = nullptr;
+        size_t size = 0;
+        uint32_t tag = 0;
+    };
+    std::vector<Slot> slots(1500);
+    const size_t alignments[] = {8, 8, 8, 16, 16, 32, 64, 4096};
+    for (uint32_t step = 1; step <= 30000; step++) {
+        Slot& slot = slots[random() % slots.size()];
+        if (slot.memory) {
+            ASSERT_TRUE(patternIntact(slot.memory, slot.size, slot.tag)) << "step " << step;
+            if (random() % 8 == 0) {  // resize instead of releasing
+                size_t size = randomSize(random);
+                void* moved = heap.reallocate(slot.memory, size);
+                ASSERT_NE(moved, nullptr);
+                ASSERT_TRUE(patternIntact(moved, std::min(size, slot.size), slot.tag)) << "step " << step;
+                slot = {moved, size, step};
+                fillPattern(moved, size, step);
+                continue;
+            }
+            ASSERT_TRUE(heap.release(slot.memory));
+            slot = {};
+        } else {
+            size_t size = randomSize(random);
+            size_t alignment = alignments[random() % std::size(alignments)];
+            void* memory = heap.allocate(size, alignment);
+            ASSERT_NE(memory, nullptr);
+            ASSERT_TRUE(alignedTo(memory, alignment));
+            fillPattern(memory, size, step);
+            slot = {memory, size, step};
+        }
+        if (step % 2000 == 0)
+            expectConsistent(heap);
+    }
+    HeapStatistics s = heap.statistics();
+    EXPECT_GT(s.numSegments, 1u);  // the 17 MiB and larger requests had segments of their own
+    EXPECT_GT(s.reallocSucc, 0u);
+    EXPECT_LE(s.reallocSucc, s.reallocCalls);
+    EXPECT_LE(s.peakAllocSize, s.totalSize);
+    std::shuffle(slots.begin(), slots.end(), random);
+    for (Slot& slot : slots)
+        ASSERT_TRUE(!slot.memory || heap.release(slot.memory));
+    expectOneFreeBlockPerSegment(heap);
+}
+
+TEST(HeapTest, releasingInAnyOrderLeavesOneFreeBlockPerSegment) {
+    const char* orders[] = {"forward", "backward", "shuffled"};
+    for (const char* order : orders) {
+        SCOPED_TRACE(order);
+        std::mt19937 random(7);
+        Heap heap;
+        std::vector<void*> blocks;
+        for (int32_t i = 0; i < 4000; i++)
+            blocks.push_back(heap.allocate(i % 1000 == 999 ? 20 * MiB : randomSize(random) % 9000, 8));
+        if (order[0] == 'b') {
+            std::reverse(blocks.begin(), blocks.end());
+        } else if (order[0] == 's') {
+            std::shuffle(blocks.begin(), blocks.end(), random);
+        }
+        for (void* memory : blocks)
+            ASSERT_TRUE(heap.release(memory));
+        EXPECT_GE(heap.statistics().numSegments, 5u);
+        expectOneFreeBlockPerSegment(heap);
+    }
+}
+
+TEST(HeapTest, reallocateKeepsContent) {
+    Heap heap;
+    char* a = static_cast<char*>(heap.allocate(100, 16));
+    char* b = static_cast<char*>(heap.allocate(100, 16));
+    char* c = static_cast<char*>(heap.allocate(100, 16));
+    void* d = heap.allocate(100, 16);
+    fillPattern(a, 100, 1);
+    fillPattern(c, 100, 3);
+
+    EXPECT_EQ(heap.reallocate(a, 40), a);  // shrinking stays in place
+    EXPECT_TRUE(patternIntact(a, 40, 1));
+    heap.release(b);
+    EXPECT_EQ(heap.reallocate(a, 200), a);  // grows into the freed neighbour
+    EXPECT_TRUE(patternIntact(a, 40, 1));
+    fillPattern(a, 200, 1);
+
+    char* moved = static_cast<char*>(heap.reallocate(c, 5000));  // boxed in by a: moves
+    EXPECT_NE(moved, nullptr);
+    EXPECT_TRUE(patternIntact(moved, 100, 3));
+    EXPECT_TRUE(alignedTo(moved, 16));
+    EXPECT_TRUE(patternIntact(a, 200, 1));
+    HeapStatistics s = heap.statistics();
+    EXPECT_EQ(s.reallocCalls, 3u);
+    EXPECT_EQ(s.reallocSucc, 2u);
+
+    void* fresh = heap.reallocate(nullptr, 24);
+    EXPECT_TRUE(heap.owns(fresh));
+    int onStack = 0;
+    EXPECT_EQ(heap.reallocate(&onStack, 64), nullptr);
+    EXPECT_FALSE(heap.release(&onStack));
+    for (void* memory : {static_cast<void*>(a), static_cast<void*>(moved), d, fresh})
+        heap.release(memory);
+    expectOneFreeBlockPerSegment(heap);
+}
+
+// Threads interleave allocations and releases in one heap; the lock keeps
+// every block intact and the block structure sound.
+TEST(HeapTest, threadsShareOneHeap) {
+    Heap heap;
+    std::vector<std::thread> threads;
+    std::vector<int32_t> damaged(4, 0);
+    for (uint32_t t = 0; t < damaged.size(); t++) {
+        threads.emplace_back([&heap, &damaged, t] {
+            std::mt19937 random(t);
+            std::vector<std::pair<void*, size_t>> live(64, {nullptr, 0});
+            for (uint32_t step = 0; step < 40000; step++) {
+                auto& [memory, size] = live[random() % live.size()];
+                damaged[t] += memory && !patternIntact(memory, size, t);
+                heap.release(memory);
+                size = random() % 3000;
+                memory = heap.allocate(size, 16);
+                fillPattern(memory, size, t);
+            }
+            for (auto& [memory, size] : live)
+                heap.release(memory);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(damaged, std::vector<int32_t>(4, 0));
+    expectOneFreeBlockPerSegment(heap);
+}
+
+TEST(HeapTest, printsStatisticsAndBlocksInFixedLayout) {
+    Heap heap;
+    void* memory = heap.allocate(48, 8);
+    testing::internal::CaptureStdout();
+    heap.printStatistics();
+    std::string statistics = testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+    heap.dumpBlocks();
+    std::string blocks = testing::internal::GetCapturedStdout();
+    heap.release(memory);
+
+    EXPECT_EQ(statistics.rfind("allocBlocks .... 1\nallocSize ...... 48\npeakAllocSize .. 48\n", 0), 0u)
+        << statistics;
+    EXPECT_NE(statistics.find("\nlargestFreeChain 1\nallocCalls ..... 1\n"), std::string::npos);
+    EXPECT_NE(statistics.find("\nslowBucket ..... 0\nseg 0x"), std::string::npos);
+    EXPECT_NE(statistics.find(" ... 17825792\n"), std::string::npos);
+    EXPECT_EQ(blocks.rfind("heap segment 0x", 0), 0u) << blocks;
+    EXPECT_NE(blocks.find("\nblock used:yes ptr:0x"), std::string::npos);
+    EXPECT_NE(blocks.find(" size:48\nblock used:no  ptr:0x"), std::string::npos);
+}
+
+#ifndef OXA_PLATFORM_ALLOCATOR
+
+TEST(ProcessHeapTest, globalOperatorsAllocateFromTheHeap) {
+    ASSERT_TRUE(heapAttached());
+    Heap& heap = processHeap();
+    auto* single = new int(5);
+    auto* array = new char[300];
+    std::vector<int> numbers(1000, 1);
+    std::string text(200, 'x');
+    EXPECT_TRUE(heap.owns(single));
+    EXPECT_TRUE(heap.owns(array));
+    EXPECT_TRUE(heap.owns(numbers.data()));
+    EXPECT_TRUE(heap.owns(text.data()));
+    delete single;
+    delete[] array;
+
+    for (size_t size = 0; size < 100; size++) {
+        void* memory = ::operator new(size);
+        EXPECT_TRUE(alignedTo(memory, size < 16 ? 8 : 16)) << size;
+        ::operator delete(memory);
+    }
+    void* wide = ::operator new(100, std::align_val_t(256));
+    EXPECT_TRUE(alignedTo(wide, 256));
+    EXPECT_TRUE(heap.owns(wide));
+    ::operator delete(wide, std::align_val_t(256));
+    EXPECT_TRUE(heap.verify());
+}
+
+// Handing malloc's memory to operator delete is the very case under test.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+TEST(ProcessHeapTest, platformMemoryIsReleasedThroughFree) {
+    void* early = std::malloc(100000);  // stands for memory taken before the heap was attached
+    ASSERT_FALSE(processHeap().owns(early));
+    size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+    uint64_t heapReleases = processHeap().statistics().freeCalls;
+    ::operator delete(early);
+    EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd, before);
+    EXPECT_EQ(processHeap().statistics().freeCalls, heapReleases);
+    ::operator delete(nullptr);
+}
+
+#endif
