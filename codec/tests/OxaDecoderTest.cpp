@@ -249,3 +249,24 @@ TEST(OxaEncoder, failedWritesFailTheEncoding) {
     bool closed = codec.close();
     EXPECT_FALSE(encoded && closed);
 }
+
+TEST(OxaDecoder, reopeningWithAnotherWindowRebuildsTheTransform) {
+    Settings small;
+    small.window = 256;
+    const Bytes streams[] = {stereoStream(), encodeInt16(stereoMusic(), small), stereoStream()};
+    OxaCodec codec;
+    MemoryStream output;  // the same object encodes first
+    ASSERT_TRUE(codec.openEncoder(&output, Int16, 44100, 2, 5, 512, 0));
+    ASSERT_TRUE(codec.encode(stereoMusic().data(), 3000, 2, Int16));
+    for (const Bytes& stream : streams) {
+        MemoryStream file(stream.data(), int32_t(stream.size()));
+        ASSERT_TRUE(codec.openDecoder(&file));
+        Bytes decoded(stereoMusic().size() * 2);
+        uint32_t delivered = 0;
+        ASSERT_TRUE(codec.decode(decoded.data(), int32_t(stereoMusic().size() / 2), 2, Int16, delivered));
+        decoded.resize(delivered * 4);
+        EXPECT_EQ(decoded, decodeAll(stream, 2));  // a fresh codec's output
+    }
+    EXPECT_GT(output.length(), OxaHeaderSize);  // the encoder was closed by the first open
+    EXPECT_EQ(headerOf(Bytes(output.data(), output.data() + output.length())).blockCount, 6u);
+}
