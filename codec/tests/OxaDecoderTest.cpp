@@ -234,7 +234,6 @@ TEST(OxaEncoder, samplesGiveTheSameStreamHoweverTheyArrive) {
 }
 
 TEST(OxaEncoder, failedWritesFailTheEncoding) {
-    Settings settings;
     const std::vector<int16_t>& pcm = stereoMusic();
     MemoryStream header;
     header.setWriteLimit(20);
