@@ -16,6 +16,7 @@
 #include "Mdct.h"
 
 #include <cmath>
+#include <cstring>
 #include <new>
 
 #include "OxaFormat.h"
@@ -126,6 +127,22 @@ void Mdct::dct4(const float* input, float* output, float scale) {
     }
 }
 
+namespace {
+
+// Four lanes of floats: the compilers' generic vector type, so that the FFT
+// stages use SIMD at any optimisation level without target intrinsics.
+typedef float Lanes __attribute__((vector_size(16)));
+
+inline Lanes loadLanes(const float* p) {
+    Lanes v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void storeLanes(float* p, Lanes v) { std::memcpy(p, &v, sizeof v); }
+
+}  // namespace
+
 void Mdct::fft() {
     const int32_t points = n / 2;
     float* __restrict zr = re.data();
@@ -135,29 +152,44 @@ void Mdct::fft() {
         float t = zr[i]; zr[i] = zr[j]; zr[j] = t;
         t = zi[i]; zi[i] = zi[j]; zi[j] = t;
     }
-    if (points >= 2)
-        for (int32_t b = 0; b < points; b += 2) {
-            float xr = zr[b + 1], xi = zi[b + 1];
-            zr[b + 1] = zr[b] - xr;
-            zi[b + 1] = zi[b] - xi;
-            zr[b] += xr;
-            zi[b] += xi;
+    if (points < 4) {
+        if (points == 2) {
+            float xr = zr[1], xi = zi[1];
+            zr[1] = zr[0] - xr, zi[1] = zi[0] - xi;
+            zr[0] += xr, zi[0] += xi;
         }
-    for (int32_t span = 2; span < points; span *= 2) {
-        const float* __restrict wr = stageRe.data() + span - 1;
-        const float* __restrict wi = stageIm.data() + span - 1;
+        return;  // one point is its own transform
+    }
+    // The first two stages together: their rotations are 1 and -i.
+    for (int32_t b = 0; b < points; b += 4) {
+        float r0 = zr[b] + zr[b + 1], i0 = zi[b] + zi[b + 1];
+        float r1 = zr[b] - zr[b + 1], i1 = zi[b] - zi[b + 1];
+        float r2 = zr[b + 2] + zr[b + 3], i2 = zi[b + 2] + zi[b + 3];
+        float r3 = zr[b + 2] - zr[b + 3], i3 = zi[b + 2] - zi[b + 3];
+        zr[b] = r0 + r2, zi[b] = i0 + i2;
+        zr[b + 2] = r0 - r2, zi[b + 2] = i0 - i2;
+        zr[b + 1] = r1 + i3, zi[b + 1] = i1 - r3;  // (r3 + i i3) * -i = i3 - i r3
+        zr[b + 3] = r1 - i3, zi[b + 3] = i1 + r3;
+    }
+    // Later stages: spans of 4 and more, four butterflies at a time.
+    for (int32_t span = 4; span < points; span *= 2) {
+        const float* wr = stageRe.data() + span - 1;
+        const float* wi = stageIm.data() + span - 1;
         for (int32_t b = 0; b < points; b += 2 * span) {
-            float* __restrict ar = zr + b;
-            float* __restrict ai = zi + b;
-            float* __restrict br = zr + b + span;
-            float* __restrict bi = zi + b + span;
-            for (int32_t j = 0; j < span; ++j) {
-                float tr = br[j] * wr[j] - bi[j] * wi[j];
-                float ti = br[j] * wi[j] + bi[j] * wr[j];
-                br[j] = ar[j] - tr;
-                bi[j] = ai[j] - ti;
-                ar[j] += tr;
-                ai[j] += ti;
+            float* ar = zr + b;
+            float* ai = zi + b;
+            float* br = zr + b + span;
+            float* bi = zi + b + span;
+            for (int32_t j = 0; j < span; j += 4) {
+                Lanes xr = loadLanes(br + j), xi = loadLanes(bi + j);
+                Lanes cr = loadLanes(wr + j), ci = loadLanes(wi + j);
+                Lanes tr = xr * cr - xi * ci;
+                Lanes ti = xr * ci + xi * cr;
+                Lanes yr = loadLanes(ar + j), yi = loadLanes(ai + j);
+                storeLanes(br + j, yr - tr);
+                storeLanes(bi + j, yi - ti);
+                storeLanes(ar + j, yr + tr);
+                storeLanes(ai + j, yi + ti);
             }
         }
     }

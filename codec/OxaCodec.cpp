@@ -15,14 +15,14 @@ namespace {
 constexpr int32_t ConversionChunkBytes = 8192;
 
 // floor(32768 s + 0.5) clamped to the Int16 range; NaN becomes silence.
+// Written without branches so that the delivery loop vectorises.
 inline int16_t roundToInt16(float s) {
     float v = s * 32768.0f + 0.5f;
-    if (!(v < 32767.0f))
-        return v != v ? 0 : 32767;
-    if (v < -32767.0f)
-        return -32768;
+    v = v == v ? v : 0.0f;
+    v = v < -32768.0f ? -32768.0f : v;
+    v = v > 32767.0f ? 32767.0f : v;
     int32_t truncated = int32_t(v);
-    return int16_t(float(truncated) > v ? truncated - 1 : truncated);
+    return int16_t(truncated - (float(truncated) > v));  // truncation to floor
 }
 
 // Reads until `length` bytes arrived; false on a failed or short read.
@@ -307,16 +307,17 @@ bool OxaCodec::decode(void* buffer, int32_t frames, int32_t channels, uint32_t f
 
 void OxaCodec::deliverInt16(uint8_t* out, int32_t frames, int32_t channels) const {
     const int32_t shared = channels < streamChannels ? channels : streamChannels;
-    const float* block = outputBlock.data() + readPosition;
-    for (int32_t f = 0; f < frames; ++f) {
-        for (int32_t c = 0; c < shared; ++c) {
-            int16_t value = roundToInt16(block[int64_t(c) * n + f]);
-            std::memcpy(out, &value, 2);
-            out += 2;
+    const int64_t stride = int64_t(channels) * 2;
+    for (int32_t c = 0; c < shared; ++c) {
+        const float* from = outputBlock.data() + int64_t(c) * n + readPosition;
+        uint8_t* to = out + int64_t(c) * 2;
+        for (int32_t f = 0; f < frames; ++f) {
+            int16_t value = roundToInt16(from[f]);
+            std::memcpy(to + f * stride, &value, 2);
         }
-        for (int32_t c = shared; c < channels; ++c, out += 2)
-            out[0] = out[1] = 0;
     }
+    for (int32_t f = 0; shared < channels && f < frames; ++f)
+        std::memset(out + f * stride + int64_t(shared) * 2, 0, size_t(channels - shared) * 2);
 }
 
 void OxaCodec::deliverConverted(uint8_t* out, int32_t frames, int32_t channels, uint32_t format) const {

@@ -89,18 +89,31 @@ TEST(OxaCodec, fullScaleSquareNeverWrapsAround) {
         settings.channels = 1;
         settings.qbits = qbits;
         const int32_t period = 200;
-        std::vector<int16_t> pcm = squareWave(8 * 2048, period);
-        std::vector<int16_t> decoded = asInt16(decodeAll(encodeInt16(pcm, settings), 1));
+        const Bytes stream = encodeInt16(squareWave(8 * 2048, period), settings);
+        const std::vector<int16_t> pcm = squareWave(8 * 2048, period);
+        const std::vector<int16_t> decoded = asInt16(decodeAll(stream, 1));
+        const Bytes floats = decodeAll(stream, 1, Float32);
         ASSERT_EQ(decoded.size(), pcm.size() / 2048 * 2048);
-        int32_t saturated = 0;
+        int32_t high = 0, low = 0;
         for (size_t i = 0; i < decoded.size(); ++i) {
+            float s;
+            std::memcpy(&s, &floats[i * 4], 4);
+            // The overshoot beyond full scale clamps instead of wrapping.
+            if (s >= 1.0f) {
+                ASSERT_EQ(decoded[i], 32767);
+                ++high;
+            }
+            if (s <= -1.0f) {
+                ASSERT_EQ(decoded[i], -32768);
+                ++low;
+            }
             int32_t phase = int32_t(i % (period / 2));
-            if (phase < 10 || phase > period / 2 - 10)
-                continue;  // edges ring
-            ASSERT_EQ(decoded[i] > 0, pcm[i] > 0) << "sample " << i;
-            saturated += decoded[i] == 32767 || decoded[i] == -32768;
+            if (phase >= 10 && phase <= period / 2 - 10) {  // away from the ringing edges
+                ASSERT_EQ(decoded[i] > 0, pcm[i] > 0) << "sample " << i;
+            }
         }
-        EXPECT_GT(saturated, 0);  // the overshoot clamps instead of wrapping
+        EXPECT_GT(high, 0);
+        EXPECT_GT(low, 0);
     }
 }
 
