@@ -140,5 +140,4 @@ private:
     uint8_t runSymbols[deflateFormat::literalLengthSymbols + deflateFormat::distanceSymbols];
     uint8_t runExtra[deflateFormat::literalLengthSymbols + deflateFormat::distanceSymbols];
     int runCount = 0;
-    bool codesBuilt = false;
 };

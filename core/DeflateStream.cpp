@@ -56,8 +56,6 @@ int32_t commonLength(const uint8_t* a, const uint8_t* b, int32_t maxLength) {
     return length;
 }
 
-uint32_t initialChecksum(int32_t framing) { return framing == FramingZlib ? 1u : 0u; }
-
 }  // namespace
 
 // Level 9 was tuned with bench/DeflateBench.cpp on coded audio blocks and on

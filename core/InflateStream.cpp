@@ -72,8 +72,6 @@ void copyMatch(uint8_t* to, uint32_t distance, uint32_t length) {
     }
 }
 
-uint32_t initialChecksum(int32_t framing) { return framing == FramingZlib ? 1u : 0u; }
-
 }  // namespace
 
 InflateStream::InflateStream(int32_t framingValue)
