@@ -1,9 +1,28 @@
-// Oxa: entry point. Brings the runtime up, runs the command line, takes it down.
-#include "Core.h"
+// Oxa: entry point. Brings the runtime up, runs the command line and takes
+// the runtime down again; the command's status is the exit status.
+#include <cstdlib>
 
-int main(int, char**) {
+#include "Audio.h"
+#include "CommandLine.h"
+#include "Core.h"
+#include "Settings.h"
+
+namespace {
+
+void releaseFileNames() {
+    settings.inputName = String();
+    settings.outputName = String();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     coreInit();
-    int status = 0;
+    audioInit();
+    std::atexit(releaseFileNames);
+    int status = runCommandLine(argc, argv);
+    releaseFileNames();
+    audioShutdown();
     coreShutdown();
     return status;
 }

@@ -40,25 +40,36 @@ struct String::Buffer {
 
 namespace {
 
-// Decodes one UTF-8 sequence at text[i]; invalid bytes stand for themselves.
+// A byte that is not part of valid UTF-8 is kept as code point 0xDC00 + byte,
+// and encoded back as that same byte, so file names in other encodings
+// survive the round trip through String unchanged.
+constexpr uint32_t RawByteBase = 0xDC00;
+
 uint32_t decodeUtf8(const uint8_t* text, int32_t length, int32_t& i) {
     uint8_t lead = text[i++];
-    int extra = lead >= 0xF0 && lead < 0xF8 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
-    if (lead >= 0xF8)
-        extra = 0;
-    if (extra == 0 || i + extra > length)
+    if (lead < 0x80)
         return lead;
+    int extra = lead >= 0xF0 && lead < 0xF5 ? 3 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xC2 && lead < 0xE0 ? 1 : 0;
+    if (extra == 0 || i + extra > length)
+        return RawByteBase + lead;
     uint32_t value = lead & (0x3F >> extra);
     for (int k = 0; k < extra; ++k) {
         if ((text[i + k] & 0xC0) != 0x80)
-            return lead;
+            return RawByteBase + lead;
         value = (value << 6) | (text[i + k] & 0x3F);
     }
+    static const uint32_t smallest[4] = {0, 0x80, 0x800, 0x10000};
+    if (value < smallest[extra] || value > 0x10FFFF || (value >= 0xD800 && value < 0xE000))
+        return RawByteBase + lead;  // overlong, out of range or a surrogate
     i += extra;
     return value;
 }
 
 int encodeUtf8(uint32_t c, char* out) {
+    if (c >= RawByteBase + 0x80 && c <= RawByteBase + 0xFF) {
+        out[0] = char(c - RawByteBase);
+        return 1;
+    }
     if (c < 0x80) {
         out[0] = char(c);
         return 1;

@@ -19,6 +19,13 @@ TEST(StringTest, utf8RoundTripCountsCodePoints) {
     EXPECT_STREQ(s.c_str(), text);
 }
 
+TEST(StringTest, bytesThatAreNotUtf8SurviveTheRoundTrip) {
+    const char* latin1 = "caf\xE9 \xFF\xC3(\xED\xA0\x80\xC0\xAF";
+    String s(latin1);
+    EXPECT_EQ(s.length(), 13);
+    EXPECT_STREQ(s.c_str(), latin1);
+}
+
 TEST(StringTest, copiesShareUntilModified) {
     String a("song");
     String b = a;

@@ -1,0 +1,45 @@
+// Audio: start-up and shutdown of the audio system and the device holder.
+#include "Audio.h"
+
+#include <atomic>
+
+#include "AlsaPlayback.h"
+#include "Core.h"
+#include "Log.h"
+#include "MixerTables.h"
+#include "NullDevice.h"
+#include "PlayerTables.h"
+
+static std::atomic<int32_t> initCount{0};
+static SharedRef<AudioDevice>* holder = nullptr;
+
+void audioInit() {
+    if (initCount.fetch_add(1) + 1 != 1)
+        return;
+    buildMixerTables();
+    buildPlayerTables();
+    if (holder)
+        fatalExit(nullptr, 1);
+    holder = new SharedRef<AudioDevice>;
+    logMessage("Audio initialized");
+}
+
+void audioShutdown() {
+    if (initCount.fetch_sub(1) - 1 != 0)
+        return;
+    logMessage("shutting down Audio");
+    if (!holder)
+        fatalExit(nullptr, 1);
+    holder->reset();
+    delete holder;
+    holder = nullptr;
+}
+
+SharedRef<AudioDevice>* audioDeviceHolder() { return holder; }
+
+AudioDevice* openPlaybackDevice(SharedRef<AudioDevice>& slot) {
+    slot = new AlsaPlayback;
+    if (!slot->isOpen())
+        slot = new NullDevice;
+    return slot.get();
+}

@@ -1,0 +1,23 @@
+// ModuleSample: one entry of a module's sample list: name, shared PCM and the
+// per-sample playback settings. Filled by the loaders, read by the sequencer.
+#pragma once
+
+#include <cstdint>
+
+#include "RefCounted.h"
+#include "SampleData.h"
+#include "String.h"
+
+namespace mod {
+
+struct ModuleSample {
+    String name;
+    SharedRef<SampleData> data;  // may be empty
+    int32_t extraA = -1;         // S3M/XM loader setting; -1 when unset
+    uint8_t volume = 0;          // default volume 0..255
+    int8_t finetune = 0;         // 1/128 semitone steps
+    int16_t extraB = -1;         // S3M/XM loader setting; -1 when unset
+    uint32_t reserved = 0;
+};
+
+}  // namespace mod
