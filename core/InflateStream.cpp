@@ -262,6 +262,7 @@ void InflateStream::alignToByte() {
 // ---- Framing ---------------------------------------------------------------
 
 bool InflateStream::readHeader() {
+    runningChecksum = initialChecksum(framing);
     if (framing == FramingZlib)
         return readZlibHeader();
     if (framing == FramingGzip)

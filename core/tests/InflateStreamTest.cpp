@@ -219,6 +219,21 @@ TEST(InflateStreamTest, invalidBlocksFail) {
     }
 }
 
+TEST(InflateStreamTest, framingMayBeChosenAfterOpenBeforeTheFirstRead) {
+    Bytes text = englishLikeText(3000, 26);
+    Bytes compressed = ourDeflate(text, FramingZlib);
+    MemoryStream source(compressed.data(), int32_t(compressed.size()));
+    InflateStream inflater;
+    ASSERT_TRUE(inflater.open(&source, nullptr, false));
+    inflater.setFraming(FramingZlib);
+    Bytes out(text.size() + 1);
+    uint32_t count = 0;
+    EXPECT_TRUE(inflater.read(out.data(), int32_t(out.size()), count));
+    EXPECT_EQ(count, text.size());
+    out.resize(count);
+    EXPECT_TRUE(out == text);
+}
+
 TEST(InflateStreamTest, reopeningDestroysAnOwnedSource) {
     static int destroyed = 0;
     struct CountedStream : Stream {
