@@ -59,11 +59,10 @@ public:
         }
     }
 
-    // Hands the whole bytes gathered so far to the output.
+    // Hands the whole bytes gathered so far to the output. After a failed
+    // write nothing more goes out: a stream with a hole is worse than a short one.
     void drain() {
-        if (fill == 0)
-            return;
-        if (!output || !output->writeAll(buffer, int32_t(fill)))
+        if (fill > 0 && !writeFailed && (!output || !output->writeAll(buffer, int32_t(fill))))
             writeFailed = true;
         fill = 0;
     }

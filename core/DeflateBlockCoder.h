@@ -79,11 +79,11 @@ public:
     }
 
     // The block is closed when a match might no longer fit (a flag byte and
-    // three bytes), or when matches cover half the token buffer's worth of
-    // input while literals fill a sixteenth of it.
+    // three bytes), or when it covers half the token buffer's worth of input
+    // while literals fill a sixteenth of it.
     bool isFull() const {
         return tokenCapacity - fill < 4 ||
-               (matchedLength >= tokenCapacity / 2 && literalCount >= tokenCapacity / 16);
+               (coveredLength() >= tokenCapacity / 2 && literalCount >= tokenCapacity / 16);
     }
 
     // True when sending the block stored would cost no more than coding it.
@@ -140,5 +140,4 @@ private:
     uint8_t runSymbols[deflateFormat::literalLengthSymbols + deflateFormat::distanceSymbols];
     uint8_t runExtra[deflateFormat::literalLengthSymbols + deflateFormat::distanceSymbols];
     int runCount = 0;
-    bool codesBuilt = false;
 };

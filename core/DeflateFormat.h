@@ -15,6 +15,9 @@ enum DeflateFraming : int32_t {
 
 namespace deflateFormat {
 
+// Adler-32 starts at 1, CRC-32 at 0.
+constexpr uint32_t initialChecksum(int32_t framing) { return framing == FramingZlib ? 1u : 0u; }
+
 constexpr int minMatch = 3;
 constexpr int maxMatch = 258;
 constexpr int maxDistance = 32768;

@@ -58,7 +58,8 @@ private:
     void closeBlock(bool isFinal);
     void emitLiteral(int32_t position);
     void emitMatch(int32_t distance, int32_t length);
-    int32_t insert(int32_t position);
+    uint32_t hashKey(int32_t position) const;
+    int32_t insert(int32_t position, uint32_t key);
     int32_t longestMatch(int32_t position, int32_t candidate, int32_t best, int32_t& distance) const;
 
     Stream* output = nullptr;
@@ -78,6 +79,7 @@ private:
     bool hasPending = false;
     int32_t matchLength = deflateFormat::minMatch - 1;
     int32_t matchDistance = 0;
+    int32_t literalRun = 0;
     // Input before this window position is in blocks; the current block
     // starts at emitted - block.coveredLength(), below 0 once it slid out.
     int32_t emitted = 0;

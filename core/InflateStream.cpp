@@ -72,8 +72,6 @@ void copyMatch(uint8_t* to, uint32_t distance, uint32_t length) {
     }
 }
 
-uint32_t initialChecksum(int32_t framing) { return framing == FramingZlib ? 1u : 0u; }
-
 }  // namespace
 
 InflateStream::InflateStream(int32_t framingValue)
@@ -264,6 +262,7 @@ void InflateStream::alignToByte() {
 // ---- Framing ---------------------------------------------------------------
 
 bool InflateStream::readHeader() {
+    runningChecksum = initialChecksum(framing);
     if (framing == FramingZlib)
         return readZlibHeader();
     if (framing == FramingGzip)

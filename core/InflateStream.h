@@ -18,7 +18,7 @@ public:
     InflateStream(const InflateStream&) = delete;
     InflateStream& operator=(const InflateStream&) = delete;
 
-    // Takes effect at the next open.
+    // Takes effect at the next open, or at once before the first read.
     void setFraming(int32_t value) { framing = value; }
     // Starts decompressing `source` from its current position. `keys` (three
     // words, the ZIP keys after the password) turns on decryption; null means

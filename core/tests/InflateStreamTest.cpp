@@ -219,6 +219,45 @@ TEST(InflateStreamTest, invalidBlocksFail) {
     }
 }
 
+// A source that hands out at most a few bytes per read, as a pipe might.
+TEST(InflateStreamTest, sourcesThatTrickle) {
+    struct TrickleStream : Stream {
+        TrickleStream(const Bytes& b, int32_t most) : bytes(b.data(), int32_t(b.size())), most(most) {}
+        bool read(void* buffer, int32_t length, uint32_t& count) override {
+            return bytes.read(buffer, std::min(length, most), count);
+        }
+        MemoryStream bytes;
+        int32_t most;
+    };
+    Bytes input = englishLikeText(50000, 27);
+    Bytes noise = randomBytes(70000, 28);  // stored blocks
+    input.insert(input.end(), noise.begin(), noise.end());
+    for (int32_t framing = FramingRaw; framing <= FramingGzip; ++framing) {
+        Bytes compressed = ourDeflate(input, framing);
+        for (int32_t most : {1, 5, 9}) {
+            TrickleStream source(compressed, most);
+            Bytes out;
+            ASSERT_TRUE(ourInflate(source, framing, out, nullptr, 1000)) << framing << " " << most;
+            EXPECT_TRUE(out == input) << framing << " " << most;
+        }
+    }
+}
+
+TEST(InflateStreamTest, framingMayBeChosenAfterOpenBeforeTheFirstRead) {
+    Bytes text = englishLikeText(3000, 26);
+    Bytes compressed = ourDeflate(text, FramingZlib);
+    MemoryStream source(compressed.data(), int32_t(compressed.size()));
+    InflateStream inflater;
+    ASSERT_TRUE(inflater.open(&source, nullptr, false));
+    inflater.setFraming(FramingZlib);
+    Bytes out(text.size() + 1);
+    uint32_t count = 0;
+    EXPECT_TRUE(inflater.read(out.data(), int32_t(out.size()), count));
+    EXPECT_EQ(count, text.size());
+    out.resize(count);
+    EXPECT_TRUE(out == text);
+}
+
 TEST(InflateStreamTest, reopeningDestroysAnOwnedSource) {
     static int destroyed = 0;
     struct CountedStream : Stream {
