@@ -67,6 +67,7 @@ protected:
 TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
     writeWholeFile(dir + "/noise.wav", std::vector<uint8_t>(100, 0x55));
     writeWholeFile(dir + "/songwav", readWholeFile(dir + "/song.wav"));
+    writeWholeFile(dir + "/song", std::vector<uint8_t>(64, 0));
     writeWholeFile(dir + "/tune.mod", std::vector<uint8_t>(2000, 0));
     struct Case {
         std::vector<std::string> arguments;
@@ -76,6 +77,8 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
         {{"missing.wav"}, 1, "", "failed to open missing.wav\n"},
         {{"-d", "missing.oxa"}, 1, "", "failed to open missing.oxa\n"},
         {{"songwav"}, 1, "failed to create: songwav/.oxa\n", ""},
+        {{"-d", "songwav"}, 1, "failed to create: songwav/.oxa\n", ""},  // a name ending in wav is compressed
+        {{"-d", "song"}, 1, "failed to create: song/.wav\n", ""},
         {{"-f", "noise.wav"}, 1, "failed to open input: noise.wav\n", ""},
         {{"-f", "-q", "9", "song.wav"}, 1, "failed to create output: song.oxa\n", ""},
         {{"-f", "-q", "1", "song.wav"}, 1, "failed to create output: song.oxa\n", ""},
