@@ -2,16 +2,17 @@
 #include "BufferedStream.h"
 
 #include <algorithm>
-#include <cstring>
 
 BufferedStream::BufferedStream(Stream* innerStream, int32_t size) : inner(innerStream), bufferSize(size > 0 ? size : 1) {
     capabilities = inner ? inner->flags() : 0;
     if (capabilities & StreamSeekable)
-        position = inner->tell();
+        bufferStart = inner->tell();
     if (capabilities & StreamReadable)
         readBuffer = new uint8_t[size_t(bufferSize)];
-    if (capabilities & StreamWritable)
+    if (capabilities & StreamWritable) {
         writeBuffer = new uint8_t[size_t(bufferSize)];
+        writeCapacity = bufferSize;
+    }
 }
 
 BufferedStream::~BufferedStream() {
@@ -20,7 +21,15 @@ BufferedStream::~BufferedStream() {
     delete[] writeBuffer;
 }
 
+// Folds the bytes consumed from the current buffer into the position and total.
+void BufferedStream::settle(int32_t consumed) {
+    if (bufferStart >= 0)
+        bufferStart += consumed;
+    movedBefore += consumed;
+}
+
 bool BufferedStream::refill() {
+    settle(readPosition);
     readFill = 0;
     readPosition = 0;
     uint32_t got = 0;
@@ -34,27 +43,22 @@ bool BufferedStream::readSlowly(void* buffer, int32_t length, uint32_t& count) {
     count = 0;
     if (!inner || !readBuffer || length < 0)
         return false;
-    if ((state & WritePending) && !flush())
+    if (writeFill > 0 && !flush())
         return false;
-    state |= LastWasRead;
     uint8_t* out = static_cast<uint8_t*>(buffer);
-    bool ok = true;
     while (count < uint32_t(length)) {
         if (readPosition == readFill) {
-            if (!refill()) {
-                ok = false;
-                break;
-            }
+            if (!refill())
+                return false;
             if (readFill == 0)
                 break;  // end of the inner stream
         }
-        int32_t piece = std::min(int32_t(length - int32_t(count)), readFill - readPosition);
+        int32_t piece = std::min(length - int32_t(count), readFill - readPosition);
         std::memcpy(out + count, readBuffer + readPosition, size_t(piece));
         readPosition += piece;
         count += uint32_t(piece);
     }
-    advance(count);
-    return ok;
+    return true;
 }
 
 bool BufferedStream::writeOut() {
@@ -64,6 +68,7 @@ bool BufferedStream::writeOut() {
         return false;
     uint32_t written = 0;
     bool ok = inner->write(writeBuffer, writeFill, written) && written == uint32_t(writeFill);
+    settle(writeFill);
     writeFill = 0;
     return ok;
 }
@@ -72,45 +77,40 @@ bool BufferedStream::writeSlowly(const void* buffer, int32_t length, uint32_t& c
     count = 0;
     if (!inner || !writeBuffer || length < 0)
         return false;
-    if ((state & LastWasRead) && !flush())
+    if (readFill > 0 && !flush())
         return false;
-    state |= WritePending;
     const uint8_t* in = static_cast<const uint8_t*>(buffer);
     while (count < uint32_t(length)) {
-        if (writeFill == bufferSize && !writeOut()) {
-            advance(count);
+        if (writeFill == bufferSize && !writeOut())
             return false;
-        }
-        int32_t piece = std::min(int32_t(length - int32_t(count)), bufferSize - writeFill);
+        int32_t piece = std::min(length - int32_t(count), bufferSize - writeFill);
         std::memcpy(writeBuffer + writeFill, in + count, size_t(piece));
         writeFill += piece;
         count += uint32_t(piece);
     }
-    advance(count);
     return true;
 }
 
 // Drops unread read-ahead (the inner stream is not moved back) and writes
 // pending data; the inner stream's own flush is not called.
 bool BufferedStream::flush() {
+    settle(readPosition);
     readFill = 0;
     readPosition = 0;
-    bool ok = writeOut();
-    state = 0;
-    return ok;
+    return writeOut();
 }
 
 bool BufferedStream::seek(int64_t offset, int32_t origin) {
     if (!inner || !flush() || !inner->seek(offset, origin))
         return false;
-    position = inner->tell();
+    bufferStart = (capabilities & StreamSeekable) ? inner->tell() : -1;
     return true;
 }
 
 bool BufferedStream::truncate() {
     if (!inner || !flush())
         return false;
-    if ((capabilities & StreamSeekable) && !inner->seek(position, SeekStart))
+    if ((capabilities & StreamSeekable) && !inner->seek(bufferStart, SeekStart))
         return false;
     return inner->truncate();
 }
@@ -123,5 +123,6 @@ bool BufferedStream::close() {
     delete[] readBuffer;
     delete[] writeBuffer;
     readBuffer = writeBuffer = nullptr;
+    writeCapacity = 0;
     return true;
 }

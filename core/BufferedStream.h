@@ -16,26 +16,23 @@ public:
     BufferedStream& operator=(const BufferedStream&) = delete;
     ~BufferedStream() override;  // writes out pending data, failure ignored
 
-    // The fast paths, a copy within the buffer, are inline so that callers
-    // holding a BufferedStream pay no call for small accesses.
+    // The fast paths copy within a buffer and touch nothing else: the position
+    // and the running total are derived from the buffer cursors when asked.
+    // They are inline so that callers holding a BufferedStream pay no call.
     bool read(void* buffer, int32_t length, uint32_t& count) override {
-        if (length >= 0 && length <= readFill - readPosition && readBuffer && !(state & WritePending)) {
+        if (uint32_t(length) - 1u < uint32_t(readFill - readPosition)) {  // 1 <= length <= unread
             std::memcpy(buffer, readBuffer + readPosition, size_t(length));
             readPosition += length;
-            state |= LastWasRead;
             count = uint32_t(length);
-            advance(count);
             return true;
         }
         return readSlowly(buffer, length, count);
     }
     bool write(const void* buffer, int32_t length, uint32_t& count) override {
-        if (length >= 0 && length <= bufferSize - writeFill && writeBuffer && !(state & LastWasRead)) {
+        if (uint32_t(length) - 1u < uint32_t(writeCapacity - writeFill) && readFill == 0) {
             std::memcpy(writeBuffer + writeFill, buffer, size_t(length));
             writeFill += length;
-            state |= WritePending;
             count = uint32_t(length);
-            advance(count);
             return true;
         }
         return writeSlowly(buffer, length, count);
@@ -43,36 +40,32 @@ public:
     bool close() override;
     uint32_t flags() override { return capabilities; }
     bool seek(int64_t offset, int32_t origin) override;
-    int64_t tell() override { return position; }
+    int64_t tell() override { return bufferStart < 0 ? -1 : bufferStart + readPosition + writeFill; }
     bool flush() override;
     bool truncate() override;
 
-    int64_t bytesMoved() const { return totalMoved; }
+    int64_t bytesMoved() const { return movedBefore + readPosition + writeFill; }
 
 private:
-    // Internal state bits kept beside the inner stream's capability bits.
-    static constexpr uint32_t LastWasRead = 0x100;
-    static constexpr uint32_t WritePending = 0x200;
-
     bool readSlowly(void* buffer, int32_t length, uint32_t& count);
     bool writeSlowly(const void* buffer, int32_t length, uint32_t& count);
     bool refill();
     bool writeOut();
-    void advance(uint32_t n) {
-        if (position >= 0)
-            position += n;
-        totalMoved += n;
-    }
+    void settle(int32_t consumed);
 
+    // Read-ahead and pending writes never coexist: a write first drops the
+    // read-ahead and a read first writes out pending data. So "the last
+    // operation was a read" is readFill > 0 and "write data pending" is
+    // writeFill > 0.
     Stream* inner;
-    int64_t position = -1;  // -1 when the inner stream cannot seek
+    int64_t bufferStart = -1;  // stream position of the buffer's first byte; -1 when not seekable
+    int64_t movedBefore = 0;   // bytes moved before the current buffer
     uint32_t capabilities = 0;
-    uint32_t state = 0;
-    int64_t totalMoved = 0;
     int32_t bufferSize;
     uint8_t* readBuffer = nullptr;
     int32_t readFill = 0;
     int32_t readPosition = 0;
     uint8_t* writeBuffer = nullptr;
+    int32_t writeCapacity = 0;  // 0 when the inner stream is not writable
     int32_t writeFill = 0;
 };
