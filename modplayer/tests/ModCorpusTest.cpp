@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -20,15 +21,11 @@ namespace {
 
 using Fields = std::map<std::string, std::string>;  // key -> JSON value as written
 
-struct ModInfo {
-    Fields fields;                // "section.key" of the module's depth-3 fields
-    std::vector<Fields> samples;  // the raw reading's sample table
-};
-
 // modinfo.json is written one key per line with one-space indents: each
 // module's sections sit at depth 2, their fields at 3, raw samples at 5.
-std::vector<ModInfo> readModInfo(const std::vector<uint8_t>& bytes) {
-    std::vector<ModInfo> infos;
+// Per module: its "section.key" fields, then the raw reading's 31 samples.
+std::vector<std::vector<Fields>> readModInfo(const std::vector<uint8_t>& bytes) {
+    std::vector<std::vector<Fields>> modules;
     std::string section;
     std::istringstream lines(std::string(bytes.begin(), bytes.end()));
     for (std::string line; std::getline(lines, line);) {
@@ -39,86 +36,77 @@ std::vector<ModInfo> readModInfo(const std::vector<uint8_t>& bytes) {
         if (value.back() == ',')
             value.pop_back();
         if (depth == 2 && key == "file")
-            infos.emplace_back();
+            modules.push_back({Fields()});
         if (depth == 2)
             section = key;
         if (depth == 3)
-            infos.back().fields[section + "." + key] = value;
+            modules.back()[0][section + "." + key] = value;
         if (depth == 5 && section == "raw" && key == "n")
-            infos.back().samples.emplace_back();
+            modules.back().emplace_back();
         if (depth == 5 && section == "raw")
-            infos.back().samples.back()[key] = value;
+            modules.back().back()[key] = value;
     }
-    return infos;
+    return modules;
 }
 
-// A quoted JSON string as code points (the names are 8-bit text in \u escapes).
-std::u32string textOf(const std::string& quoted) {
-    std::u32string text;
-    for (size_t i = 1; i + 1 < quoted.size(); ++i) {
-        char32_t c = uint8_t(quoted[i]);
-        if (c == '\\' && quoted[++i] == 'u') {
-            c = char32_t(std::stoul(quoted.substr(i + 1, 4), nullptr, 16));
-            i += 4;
-        } else if (c == '\\') {
-            c = uint8_t(quoted[i]);
-        }
-        text.push_back(c);
+// A module's text quoted the way modinfo.json writes it (8-bit names as \u escapes).
+std::string quoted(const String& text) {
+    std::string out = "\"";
+    for (const uint32_t* c = text.codePoints(); c < text.codePoints() + text.length(); ++c) {
+        char piece[8];
+        const char* form = *c < 0x20 || *c > 0x7F ? "\\u%04x" : *c == '"' || *c == '\\' ? "\\%c" : "%c";
+        std::snprintf(piece, sizeof piece, form, unsigned(*c));
+        out += piece;
     }
-    return text;
-}
-
-std::u32string textOf(const String& text) {
-    return std::u32string(text.codePoints(), text.codePoints() + text.length());
+    return out + "\"";
 }
 
 void expectSample(const Module& module, Fields expected, const std::string& where) {
-    const ModuleInstrument& instrument = module.instruments[std::stoi(expected["n"]) - 1];
-    EXPECT_EQ(textOf(instrument.name), textOf(expected["name"])) << where;
-    int length = std::stoi(expected["len_bytes"]);
+    auto number = [&expected](const char* key) { return std::stoi(expected[key]); };
+    const ModuleInstrument& instrument = module.instruments[number("n") - 1];
+    EXPECT_EQ(quoted(instrument.name), expected["name"]) << where;
+    int length = number("len_bytes"), loopStart = number("loop_start_bytes");
     ASSERT_EQ(instrument.sampleIndices.count(), length ? 1 : 0) << where;
     if (length == 0)
         return;
     const ModuleSample& sample = module.samples[instrument.sampleIndices[0]];
     EXPECT_EQ(sample.data->length, uint32_t(length)) << where;
     EXPECT_EQ(sample.data->isLooped(), expected["looped"] == "true") << where;
+    uint32_t loopEnd = uint32_t(std::min(length, loopStart + number("loop_len_bytes")));
     if (sample.data->isLooped()) {
-        int loopStart = std::stoi(expected["loop_start_bytes"]);
-        EXPECT_EQ(sample.data->loopStart, uint32_t(loopStart)) << where;
-        EXPECT_EQ(sample.data->loopEnd, uint32_t(std::min(length, loopStart + std::stoi(expected["loop_len_bytes"])))) << where;
+        EXPECT_EQ(std::pair(sample.data->loopStart, sample.data->loopEnd), std::pair(uint32_t(loopStart), loopEnd)) << where;
     }
-    EXPECT_EQ(sample.volume, std::min(std::stoi(expected["volume"]), 64) * 255 / 64) << where;
-    EXPECT_EQ(sample.finetune, std::stoi(expected["finetune"]) * 16) << where;
+    EXPECT_EQ(sample.volume, std::min(number("volume"), 64) * 255 / 64) << where;
+    EXPECT_EQ(sample.finetune, number("finetune") * 16) << where;
 }
 
 }  // namespace
 
 TEST(ModCorpus, EveryModuleLoadsAsRecorded) {
     REQUIRE_CORPUS();
-    std::vector<ModInfo> infos = readModInfo(readWholeFile(corpusPath("mod/modinfo.json")));
+    std::vector<std::vector<Fields>> infos = readModInfo(readWholeFile(corpusPath("mod/modinfo.json")));
     ASSERT_EQ(infos.size(), 8u);
     std::map<std::string, std::pair<int32_t, int32_t>> channelsAndSubsongs;
-    for (ModInfo& info : infos) {
-        std::string file = std::string(info.fields["raw.file"], 1, info.fields["raw.file"].size() - 2);
+    for (std::vector<Fields>& info : infos) {
+        auto number = [&info](const char* key) { return std::stoi(info[0][key]); };
+        std::string file = std::string(info[0]["raw.file"], 1, info[0]["raw.file"].size() - 2);
         std::vector<uint8_t> bytes = readWholeFile(corpusPath(file));
-        ASSERT_FALSE(bytes.empty()) << file;
+        ASSERT_EQ(info.size(), 32u) << file;
         for (int32_t format : {FormatAutomatic, FormatMod}) {
             std::string where = file + " format " + std::to_string(format);
             MemoryStream stream(bytes.data(), int32_t(bytes.size()));
             auto module = std::make_unique<Module>();
             ASSERT_TRUE(loadModule(*module, stream, format, 0)) << where;
-            EXPECT_EQ(module->formatType, FormatMod) << where;
-            EXPECT_EQ(module->playbackMode, ModeMod31) << where;
-            EXPECT_EQ(textOf(module->title), textOf(info.fields["raw.title"])) << where;
-            EXPECT_EQ(module->channelCount, std::stoi(info.fields["raw.channels"])) << where;
-            EXPECT_EQ(module->songLength, std::stoi(info.fields["raw.song_length"])) << where;
-            EXPECT_EQ(module->patterns.count(), std::stoi(info.fields["raw.patterns"])) << where;
-            EXPECT_EQ(module->subsongs.count(), std::stoi(info.fields["openmpt123_info.subsongs"])) << where;
+            EXPECT_EQ(std::pair(module->formatType, module->playbackMode), std::pair(int32_t(FormatMod), int32_t(ModeMod31)));
+            EXPECT_EQ(quoted(module->title), info[0]["raw.title"]) << where;
+            EXPECT_EQ(module->channelCount, number("raw.channels")) << where;
+            EXPECT_EQ(module->songLength, number("raw.song_length")) << where;
+            EXPECT_EQ(module->patterns.count(), number("raw.patterns")) << where;
+            EXPECT_EQ(module->subsongs.count(), number("openmpt123_info.subsongs")) << where;
+            EXPECT_EQ(module->samples.count(), number("raw.nonempty_samples")) << where;
             ASSERT_EQ(module->instruments.count(), 31) << where;
-            EXPECT_EQ(module->samples.count(), std::stoi(info.fields["raw.nonempty_samples"])) << where;
-            ASSERT_EQ(info.samples.size(), 31u) << where;
-            for (const Fields& sample : info.samples)
-                expectSample(*module, sample, where + " sample " + sample.at("n"));
+            for (size_t i = 1; i < info.size(); ++i)
+                expectSample(*module, info[i], where + " sample " + info[i]["n"]);
             channelsAndSubsongs[file] = {module->channelCount, module->subsongs.count()};
         }
     }

@@ -16,14 +16,7 @@ namespace {
 
 SampleFormat formatOf(uint8_t bits, uint8_t channels, int32_t length, int32_t loopType = LoopNone,
                       int32_t loopStart = 0, int32_t loopEnd = 0) {
-    SampleFormat format;
-    format.bitsPerSample = bits;
-    format.channels = channels;
-    format.length = length;
-    format.loopType = loopType;
-    format.loopStart = loopStart;
-    format.loopEnd = loopEnd;
-    return format;
+    return SampleFormat{44100, loopStart, loopEnd, length, bits, channels, loopType};
 }
 
 std::vector<int16_t> pcmOf(const SampleData& data) {

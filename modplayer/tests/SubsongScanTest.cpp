@@ -42,11 +42,8 @@ ModulePattern makePattern(const std::vector<Effect>& effects) {
 
 TEST(SubsongScan, StartsFoundOnBuiltSongs) {
     const struct {
-        const char* what;
-        std::vector<std::vector<Effect>> patterns;
-        std::vector<uint16_t> orders;
-        std::vector<int> starts;
-        int32_t mode = 1, songLength = -1;
+        const char* what; std::vector<std::vector<Effect>> patterns; std::vector<uint16_t> orders;
+        std::vector<int> starts; int32_t mode = 1, songLength = -1;
     } cases[] = {
         {"half reachable only from its start", {{}, {{63, jump, 0}}, {}, {{10, jump, 2}}}, {0, 1, 2, 3}, {0, 2}},
         {"half starting with an empty pattern", {{}, {{63, jump, 0}}, silent}, {0, 1, 2, 2}, {0}},
