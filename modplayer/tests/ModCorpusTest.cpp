@@ -74,7 +74,8 @@ void expectSample(const Module& module, Fields expected, const std::string& wher
     EXPECT_EQ(sample.data->isLooped(), expected["looped"] == "true") << where;
     uint32_t loopEnd = uint32_t(std::min(length, loopStart + number("loop_len_bytes")));
     if (sample.data->isLooped()) {
-        EXPECT_EQ(std::pair(sample.data->loopStart, sample.data->loopEnd), std::pair(uint32_t(loopStart), loopEnd)) << where;
+        EXPECT_EQ(sample.data->loopStart, uint32_t(loopStart)) << where;
+        EXPECT_EQ(sample.data->loopEnd, loopEnd) << where;
     }
     EXPECT_EQ(sample.volume, std::min(number("volume"), 64) * 255 / 64) << where;
     EXPECT_EQ(sample.finetune, number("finetune") * 16) << where;
@@ -97,7 +98,8 @@ TEST(ModCorpus, EveryModuleLoadsAsRecorded) {
             MemoryStream stream(bytes.data(), int32_t(bytes.size()));
             auto module = std::make_unique<Module>();
             ASSERT_TRUE(loadModule(*module, stream, format, 0)) << where;
-            EXPECT_EQ(std::pair(module->formatType, module->playbackMode), std::pair(int32_t(FormatMod), int32_t(ModeMod31)));
+            EXPECT_EQ(module->formatType, FormatMod) << where;
+            EXPECT_EQ(module->playbackMode, ModeMod31) << where;
             EXPECT_EQ(quoted(module->title), info[0]["raw.title"]) << where;
             EXPECT_EQ(module->channelCount, number("raw.channels")) << where;
             EXPECT_EQ(module->songLength, number("raw.song_length")) << where;

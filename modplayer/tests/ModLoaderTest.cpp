@@ -41,8 +41,9 @@ struct ModFileBuilder {
         std::vector<uint8_t> out(20, 'T');
         for (int i = 0; i < slots; ++i) {
             out.resize(out.size() + 22);  // name
-            const Sample& s = samples[i];
-            out.insert(out.end(), {uint8_t(s.lengthWords >> 8), uint8_t(s.lengthWords), s.finetune, s.volume, 0, 0, 0, 1});
+            const Sample& s = samples[i];  // loop start 0, loop length 1 word: no loop
+            out.insert(out.end(), {uint8_t(s.lengthWords >> 8), uint8_t(s.lengthWords), s.finetune, s.volume});
+            out.insert(out.end(), {0, 0, 0, 1});
         }
         out.insert(out.end(), {songLength, 127});
         out.insert(out.end(), orders, orders + 128);
@@ -125,7 +126,7 @@ TEST(ModLoader, CellsAndSampleHeadersAreConverted) {
     for (int slot = 0; slot < 5; ++slot) {
         const ModuleSample& sample = module.samples[slot];
         EXPECT_EQ(std::tuple(sample.volume, sample.finetune, sample.data->pcm[3]),
-                  std::tuple(samples[slot].storedVolume, samples[slot].storedFinetune, int16_t(int8_t(slot + 3) * 256)));
+                  std::tuple(samples[slot].storedVolume, samples[slot].storedFinetune, int16_t((slot + 3) * 256)));
     }
 }
 
@@ -161,7 +162,8 @@ TEST(ModLoader, UnknownTagIsReadAsTheFifteenSampleForm) {
     ASSERT_TRUE(load(module, bytes));
     EXPECT_EQ(std::pair(module.channelCount, module.playbackMode), std::pair(4, int32_t(ModeMod15)));
     // Sample slot 16 onwards of the tagged header became orders and patterns.
-    EXPECT_EQ(std::pair(module.songLength, int32_t(module.orders[0])), std::pair(int32_t(bytes[470]), int32_t(bytes[472])));
+    EXPECT_EQ(module.songLength, bytes[470]);
+    EXPECT_EQ(module.orders[0], bytes[472]);
     MemoryStream unseekable(bytes.data(), int32_t(bytes.size()));
     unseekable.setSeekable(false);
     EXPECT_FALSE(loadModule(module, unseekable, FormatAutomatic, 0));

@@ -54,7 +54,8 @@ TEST(PlayerTables, EdgeValues) {
 
 TEST(PlayerTables, SortedCopiesHoldTheSameValuesAscending) {
     buildPlayerTables();
-    for (auto [table, sorted] : {std::pair(linearPeriods, linearPeriodsSorted), std::pair(amigaPeriods, amigaPeriodsSorted)}) {
+    for (auto [table, sorted] : {std::pair(linearPeriods, linearPeriodsSorted),
+                                 std::pair(amigaPeriods, amigaPeriodsSorted)}) {
         std::vector<uint16_t> expected(table, table + noteCount);
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(std::vector<uint16_t>(sorted, sorted + noteCount), expected);

@@ -58,7 +58,8 @@ TEST(SampleData, SetDataConvertsToSixteenBits) {
     };
     for (const auto& c : cases) {
         SampleData data;
-        ASSERT_TRUE(data.setData(c.format, c.bytes.data(), int32_t(c.bytes.size()), c.byteOrder, c.signedFlag)) << c.what;
+        const int32_t byteCount = int32_t(c.bytes.size());
+        ASSERT_TRUE(data.setData(c.format, c.bytes.data(), byteCount, c.byteOrder, c.signedFlag)) << c.what;
         EXPECT_EQ(pcmOf(data), c.expected) << c.what;
         EXPECT_EQ(data.length, c.expected.size() / c.format.channels) << c.what;
     }
@@ -96,7 +97,8 @@ TEST(SampleData, FinaliseRepairsAndUnrollsLoops) {
     }
     const int16_t stereo[] = {0, 100, 1, 101, 2, 102, 3, 103};
     SampleData data;
-    ASSERT_TRUE(data.setData(formatOf(16, 2, 4, LoopPingPong, 1, 3), stereo, sizeof stereo, LittleEndianSamples, 1) && data.finalise());
+    ASSERT_TRUE(data.setData(formatOf(16, 2, 4, LoopPingPong, 1, 3), stereo, sizeof stereo, LittleEndianSamples, 1));
+    ASSERT_TRUE(data.finalise());
     EXPECT_EQ(pcmOf(data), (std::vector<int16_t>{0, 100, 1, 101, 2, 102, 2, 102, 1, 101, 1, 101}));
 }
 
@@ -116,7 +118,8 @@ TEST(SampleData, WrapPosition) {
 }
 
 TEST(Envelope, ValueAtTick) {
-    const std::vector<EnvelopePoint> rise = {{0, 0}, {10, 64}}, late = {{4, 10}, {8, 30}}, peak = {{0, 0}, {10, 64}, {20, 0}};
+    const std::vector<EnvelopePoint> rise = {{0, 0}, {10, 64}}, late = {{4, 10}, {8, 30}};
+    const std::vector<EnvelopePoint> peak = {{0, 0}, {10, 64}, {20, 0}};
     const struct { std::vector<EnvelopePoint> points; int32_t tick, value; } cases[] = {
         {{}, 5, 0}, {rise, 5, 32}, {rise, 99, 64}, {peak, 15, 32}, {peak, 25, 0},
         {late, 2, 30},  // before the first point: the last value

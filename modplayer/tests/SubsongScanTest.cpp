@@ -14,8 +14,7 @@ constexpr uint8_t patternBreak = 13;
 
 struct Effect {
     int row;  // -1: the pattern has no note at all
-    uint8_t effect;
-    uint8_t parameter;
+    uint8_t effect, parameter;
 };
 const std::vector<Effect> silent = {{-1, 0, 0}};
 
@@ -50,8 +49,8 @@ TEST(SubsongScan, StartsFoundOnBuiltSongs) {
         // The failed walk leaves position 3 unmarked: what follows starts a sub-song.
         {"content after an empty start", {{}, {{63, jump, 0}}, silent, {{5, jump, 2}}}, {0, 1, 2, 3}, {0, 3}},
         {"D00 is no break", {{{0, patternBreak, 0x00}, {10, jump, 2}}, {}, {}}, {0, 1, 2}, {0, 1}},
-        {"D10 lands on row 159, past the jump", {{{0, patternBreak, 0x10}}, {{20, jump, 3}}, {}, {}}, {0, 1, 2, 3}, {0}},
-        {"D05 lands on row 4, before the jump", {{{0, patternBreak, 0x05}}, {{20, jump, 3}}, {}, {}}, {0, 1, 2, 3}, {0, 2}},
+        {"D10: row 159, past the jump", {{{0, patternBreak, 0x10}}, {{20, jump, 3}}, {}, {}}, {0, 1, 2, 3}, {0}},
+        {"D05: row 4, before the jump", {{{0, patternBreak, 0x05}}, {{20, jump, 3}}, {}, {}}, {0, 1, 2, 3}, {0, 2}},
         {"255 ends the song in mode 4", {{}, {}}, {0, 255, 1}, {0, 2}, 4},
         {"255 ends the song in mode 6", {{}, {}}, {0, 255, 1}, {0, 2}, 6},
         {"255 is passed over in mode 3", {{}, {}}, {0, 255, 1}, {0}, 3},
