@@ -2,6 +2,9 @@
 // envelope evaluation.
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "Envelope.h"
@@ -11,55 +14,38 @@ using namespace mod;
 
 namespace {
 
-SampleFormat formatOf(uint8_t bits, uint8_t channels, int32_t length) {
-    SampleFormat format;
-    format.bitsPerSample = bits;
-    format.channels = channels;
-    format.length = length;
-    return format;
+SampleFormat formatOf(uint8_t bits, uint8_t channels, int32_t length, int32_t loopType = LoopNone,
+                      int32_t loopStart = 0, int32_t loopEnd = 0) {
+    return SampleFormat{44100, loopStart, loopEnd, length, bits, channels, loopType};
 }
 
 std::vector<int16_t> pcmOf(const SampleData& data) {
     return std::vector<int16_t>(data.pcm.begin(), data.pcm.end());
 }
 
-// Mono 16-bit data whose frame i holds the value i.
-SampleData* countingSample(int32_t frames, int32_t loopType, int32_t loopStart, int32_t loopEnd) {
-    std::vector<int16_t> values(frames);
-    for (int32_t i = 0; i < frames; ++i)
-        values[i] = int16_t(i);
-    SampleFormat format = formatOf(16, 1, frames);
-    format.loopType = loopType;
-    format.loopStart = loopStart;
-    format.loopEnd = loopEnd;
-    SampleData* data = new SampleData();
-    EXPECT_TRUE(data->setData(format, values.data(), frames * 2, LittleEndianSamples, 1));
-    return data;
-}
-
-std::vector<int16_t> counting(int from, int to) {  // from..to inclusive, either direction
+// Runs of consecutive values, each inclusive and in either direction.
+std::vector<int16_t> runs(std::initializer_list<std::pair<int, int>> ranges) {
     std::vector<int16_t> values;
-    for (int v = from;; v += from <= to ? 1 : -1) {
-        values.push_back(int16_t(v));
-        if (v == to)
-            break;
-    }
+    for (auto [from, to] : ranges)
+        for (int v = from, step = from <= to ? 1 : -1; v != to + step; v += step)
+            values.push_back(int16_t(v));
     return values;
 }
 
-std::vector<int16_t> join(std::vector<int16_t> a, const std::vector<int16_t>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+// Finalised mono 16-bit data whose frame i holds the value i.
+SharedRef<SampleData> countingSample(int32_t frames, int32_t loopType, int32_t loopStart, int32_t loopEnd) {
+    std::vector<int16_t> values = runs({{0, frames - 1}});
+    SharedRef<SampleData> data(new SampleData());
+    EXPECT_TRUE(data->setData(formatOf(16, 1, frames, loopType, loopStart, loopEnd), values.data(), frames * 2,
+                              LittleEndianSamples, 1) && data->finalise());
+    return data;
 }
 
 }  // namespace
 
 TEST(SampleData, SetDataConvertsToSixteenBits) {
     const struct {
-        const char* what;
-        SampleFormat format;
-        std::vector<uint8_t> bytes;
-        int32_t byteOrder, signedFlag;
+        const char* what; SampleFormat format; std::vector<uint8_t> bytes; int32_t byteOrder, signedFlag;
         std::vector<int16_t> expected;
     } cases[] = {
         {"8-bit signed", formatOf(8, 1, 4), {0x00, 0x7F, 0x80, 0xFF}, 1, 1, {0, 32512, -32768, -256}},
@@ -72,85 +58,57 @@ TEST(SampleData, SetDataConvertsToSixteenBits) {
     };
     for (const auto& c : cases) {
         SampleData data;
-        ASSERT_TRUE(data.setData(c.format, c.bytes.data(), int32_t(c.bytes.size()), c.byteOrder,
-                                 c.signedFlag)) << c.what;
+        const int32_t byteCount = int32_t(c.bytes.size());
+        ASSERT_TRUE(data.setData(c.format, c.bytes.data(), byteCount, c.byteOrder, c.signedFlag)) << c.what;
         EXPECT_EQ(pcmOf(data), c.expected) << c.what;
-        EXPECT_EQ(data.bitsPerSample, 16) << c.what;
         EXPECT_EQ(data.length, c.expected.size() / c.format.channels) << c.what;
     }
-}
-
-TEST(SampleData, SetDataRefusesWhatItCannotHold) {
     uint8_t bytes[8] = {};
     SampleData data;
-    EXPECT_FALSE(data.setData(formatOf(12, 1, 4), bytes, 8, 1, 1));
-    EXPECT_FALSE(data.setData(formatOf(16, 3, 4), bytes, 8, 1, 1));
-    EXPECT_FALSE(data.setData(formatOf(16, 0, 4), bytes, 8, 1, 1));
-    EXPECT_FALSE(data.setData(formatOf(8, 1, -1), bytes, 8, 1, 1));
+    for (SampleFormat format : {formatOf(12, 1, 4), formatOf(16, 3, 4), formatOf(16, 0, 4), formatOf(8, 1, -1)})
+        EXPECT_FALSE(data.setData(format, bytes, 8, 1, 1)) << int(format.bitsPerSample) << int(format.channels);
     EXPECT_FALSE(data.setData(formatOf(8, 1, 4), bytes, -1, 1, 1));
-    EXPECT_TRUE(data.setData(formatOf(8, 1, 4), bytes, 0, 1, 1));
-    EXPECT_TRUE(data.setData(formatOf(8, 1, 4), nullptr, 0, 1, 1));
     EXPECT_FALSE(data.setData(formatOf(8, 1, 4), nullptr, 4, 1, 1));
-    EXPECT_EQ(data.pcm.count(), 0);
-    EXPECT_TRUE(data.finalise());
+    EXPECT_TRUE(data.setData(formatOf(8, 1, 4), nullptr, 0, 1, 1) && data.finalise());
     EXPECT_EQ(data.length, 0u);
 }
 
 TEST(SampleData, FinaliseRepairsAndUnrollsLoops) {
     const struct {
-        const char* what;
-        int32_t frames, loopType, loopStart, loopEnd;
-        int32_t finalType, finalStart, finalEnd, finalLength;
-        std::vector<int16_t> pcm;
+        const char* what; int32_t frames, loopType, loopStart, loopEnd;
+        int32_t finalType; uint32_t finalStart, finalEnd, finalLength; std::vector<int16_t> pcm;
     } cases[] = {
-        {"ping-pong, turns repeated", 40, 2, 10, 20, 1, 10, 30, 30,
-         join(join(counting(0, 19), counting(19, 10)), {10})},
-        {"ping-pong, turns once", 40, 3, 10, 20, 1, 10, 28, 28,
-         join(join(counting(0, 19), counting(18, 11)), {10})},
-        {"ping-pong of one frame", 40, 3, 10, 11, 1, 10, 11, 11, join(counting(0, 10), {10})},
-        {"forward", 40, 1, 10, 20, 1, 10, 20, 40, join(counting(0, 19), {10})},
-        {"no loop", 8, 0, 2, 4, 0, 2, 4, 8, join(counting(0, 7), {0})},
-        {"loop end past the length", 8, 1, 2, 50, 1, 2, 8, 8, join(counting(0, 7), {2})},
-        {"empty loop switched off", 8, 1, 4, 4, 0, 4, 4, 8, join(counting(0, 7), {0})},
-        {"reversed loop switched off", 8, 2, 6, 3, 0, 6, 3, 8, join(counting(0, 7), {0})},
-        {"negative loop start", 8, 1, -5, 4, 1, 0, 4, 8, join(counting(0, 3), {0})},
+        {"ping-pong, turns repeated", 40, 2, 10, 20, 1, 10, 30, 30, runs({{0, 19}, {19, 10}, {10, 10}})},
+        {"ping-pong, turns once", 40, 3, 10, 20, 1, 10, 28, 28, runs({{0, 19}, {18, 11}, {10, 10}})},
+        {"ping-pong of one frame", 40, 3, 10, 11, 1, 10, 11, 11, runs({{0, 10}, {10, 10}})},
+        {"forward", 40, 1, 10, 20, 1, 10, 20, 40, runs({{0, 19}, {10, 10}})},
+        {"no loop", 8, 0, 2, 4, 0, 2, 4, 8, runs({{0, 7}, {0, 0}})},
+        {"loop end past the length", 8, 1, 2, 50, 1, 2, 8, 8, runs({{0, 7}, {2, 2}})},
+        {"empty loop switched off", 8, 1, 4, 4, 0, 4, 4, 8, runs({{0, 7}, {0, 0}})},
+        {"reversed loop switched off", 8, 2, 6, 3, 0, 6, 3, 8, runs({{0, 7}, {0, 0}})},
+        {"negative loop start", 8, 1, -5, 4, 1, 0, 4, 8, runs({{0, 3}, {0, 0}})},
     };
     for (const auto& c : cases) {
         SharedRef<SampleData> data = countingSample(c.frames, c.loopType, c.loopStart, c.loopEnd);
-        ASSERT_TRUE(data->finalise()) << c.what;
-        EXPECT_EQ(data->loopType, c.finalType) << c.what;
-        EXPECT_EQ(data->loopStart, uint32_t(c.finalStart)) << c.what;
-        EXPECT_EQ(data->loopEnd, uint32_t(c.finalEnd)) << c.what;
-        EXPECT_EQ(data->length, uint32_t(c.finalLength)) << c.what;
+        EXPECT_EQ(std::tuple(data->loopType, data->loopStart, data->loopEnd, data->length),
+                  std::tuple(c.finalType, c.finalStart, c.finalEnd, c.finalLength)) << c.what;
         EXPECT_EQ(pcmOf(*data), c.pcm) << c.what;
-        ASSERT_TRUE(data->finalise()) << c.what;
-        EXPECT_EQ(pcmOf(*data), c.pcm) << c.what << " (finalised twice)";
+        EXPECT_TRUE(data->finalise() && pcmOf(*data) == c.pcm) << c.what << " (finalised twice)";
     }
-}
-
-TEST(SampleData, FinaliseUnrollsStereoFrames) {
-    const int16_t frames[] = {0, 100, 1, 101, 2, 102, 3, 103};
-    SampleFormat format = formatOf(16, 2, 4);
-    format.loopType = LoopPingPong;
-    format.loopStart = 1;
-    format.loopEnd = 3;
+    const int16_t stereo[] = {0, 100, 1, 101, 2, 102, 3, 103};
     SampleData data;
-    ASSERT_TRUE(data.setData(format, frames, sizeof frames, LittleEndianSamples, 1));
+    ASSERT_TRUE(data.setData(formatOf(16, 2, 4, LoopPingPong, 1, 3), stereo, sizeof stereo, LittleEndianSamples, 1));
     ASSERT_TRUE(data.finalise());
     EXPECT_EQ(pcmOf(data), (std::vector<int16_t>{0, 100, 1, 101, 2, 102, 2, 102, 1, 101, 1, 101}));
-    SampleData empty;
-    EXPECT_TRUE(empty.finalise());
-    EXPECT_FALSE(empty.isLooped());
 }
 
 TEST(SampleData, WrapPosition) {
     SharedRef<SampleData> looped = countingSample(40, LoopForward, 10, 20);
     SharedRef<SampleData> plain = countingSample(40, LoopNone, 0, 0);
-    ASSERT_TRUE(looped->finalise() && plain->finalise());
     const struct { SampleData* data; uint32_t position, wrapped, result; } cases[] = {
-        {looped.get(), 5, 5, 0},   {looped.get(), 19, 19, 0}, {looped.get(), 20, 10, 0},
-        {looped.get(), 25, 15, 0}, {looped.get(), 30, 10, 1}, {looped.get(), 45, 15, 2},
-        {looped.get(), 1000000, 10, 99998}, {plain.get(), 7, 7, 7}, {plain.get(), 50, 40, 40},
+        {looped.get(), 5, 5, 0}, {looped.get(), 19, 19, 0}, {looped.get(), 20, 10, 0}, {looped.get(), 25, 15, 0},
+        {looped.get(), 30, 10, 1}, {looped.get(), 45, 15, 2}, {looped.get(), 1000000, 10, 99998},
+        {plain.get(), 7, 7, 7}, {plain.get(), 50, 40, 40},
     };
     for (const auto& c : cases) {
         uint32_t position = c.position;
@@ -160,24 +118,13 @@ TEST(SampleData, WrapPosition) {
 }
 
 TEST(Envelope, ValueAtTick) {
-    const struct {
-        std::vector<EnvelopePoint> points;
-        int32_t tick, value;
-    } cases[] = {
-        {{}, 5, 0},
-        {{{0, 0}, {10, 64}}, 5, 32},
-        {{{0, 0}, {10, 64}}, 10, 64},
-        {{{0, 0}, {10, 64}}, 99, 64},
-        {{{0, 0}, {10, 64}}, 0, 0},
-        {{{4, 10}, {8, 30}}, 2, 30},  // before the first point: the last value
-        {{{4, 10}, {8, 30}}, 4, 10},
-        {{{4, 10}, {8, 30}}, 6, 20},
-        {{{0, 64}, {3, 0}}, 1, 43},   // truncated toward zero
-        {{{0, 0}, {10, 64}, {20, 0}}, 10, 64},
-        {{{0, 0}, {10, 64}, {20, 0}}, 15, 32},
-        {{{0, 0}, {10, 64}, {20, 0}}, 25, 0},
-        {{{7, -20}}, 7, -20},
-        {{{7, -20}}, 3, -20},
+    const std::vector<EnvelopePoint> rise = {{0, 0}, {10, 64}}, late = {{4, 10}, {8, 30}};
+    const std::vector<EnvelopePoint> peak = {{0, 0}, {10, 64}, {20, 0}};
+    const struct { std::vector<EnvelopePoint> points; int32_t tick, value; } cases[] = {
+        {{}, 5, 0}, {rise, 5, 32}, {rise, 99, 64}, {peak, 15, 32}, {peak, 25, 0},
+        {late, 2, 30},  // before the first point: the last value
+        {late, 4, 10}, {late, 6, 20}, {{{0, 64}, {3, 0}}, 1, 43},  // truncated toward zero
+        {{{7, -20}}, 7, -20}, {{{7, -20}}, 3, -20},
     };
     for (const auto& c : cases) {
         Envelope envelope;
