@@ -105,7 +105,7 @@ private:
     void notePeaks(const HeapBlock* block);
     bool verifyLocked();
 
-    std::atomic<int32_t> lock{0};  // 0 free, 1 held, 2 held with sleepers (see HeapLock)
+    std::atomic<int32_t> lock{0};  // 1 while held (see HeapLock)
     HeapBlock* heads[listCount] = {};
     uint64_t bitmap[listCount / 64] = {};
     uint32_t bitmapSummary = 0;  // bit w set when bitmap[w] is non-zero
