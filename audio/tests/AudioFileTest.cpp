@@ -66,79 +66,46 @@ TEST(AudioFileRead, silenceComesOutWhereItStands) {
     EXPECT_EQ(readAllOf(wav, 5000, 1, Float32).size(), (10u + 1000u + 15u) * 4u);  // in the requested layout too
 }
 
-TEST(AudioFileRead, truncatedOrOverlongDataFails) {
-    const auto samples = randomBytes(1000, 7);
-    struct Case { const char* what; Bytes bytes; int32_t channels; };
-    const Case cases[] = {
-        {"file ends inside data", WavBuilder().fmt(1, 1, 8000, 16).header("data", 2000).raw(samples).bytes(), 1},
-        {"data runs past RIFF", WavBuilder().fmt(1, 1, 8000, 16).data(samples).bytes(4 + 24 + 8 + 500), 1},
-        {"chunk header cut short", WavBuilder().fmt(1, 1, 8000, 16).data(samples).raw({'L', 'I'}).bytes(), 1},
-        {"last ADPCM block short",
-         WavBuilder().fmt(17, 2, 44100, 4, 2048, {0xF9, 0x07}).data(randomBytes(3000, 13)).bytes(), 2},
-    };
-    for (const Case& c : cases) {
-        bool ok = true;
-        readAllOf(c.bytes, 4096, c.channels, Int16, &ok);
-        EXPECT_FALSE(ok) << c.what;
-    }
-    EXPECT_TRUE(readAllOf(cases[0].bytes, 4096, 1, Int16).empty());  // no invented samples
-}
-
-TEST(AudioFileRead, refusesBadHeaders) {
-    const auto pcm = randomBytes(64, 8);
+// Truncated, malformed or hostile files, and layouts a file cannot be read
+// in, fail without delivering invented samples.
+TEST(AudioFileRead, badFilesAndLayoutsFail) {
+    const auto pcm = randomBytes(64, 8), samples = randomBytes(1000, 7);
+    const auto adpcm = WavBuilder().fmt(17, 2, 44100, 4, 2048, {0xF9, 0x07});
     auto patched = [](Bytes bytes, size_t at, uint8_t value) {
         bytes[at] = value;
         return bytes;
     };
-    struct Case { const char* what; Bytes bytes; };
+    struct Case { const char* what; Bytes bytes; int32_t channels = 1; uint32_t format = Int16; };
     const Case cases[] = {
-        {"shorter than 12 bytes", {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V'}},
+        {"file ends inside data", WavBuilder().fmt(1, 1, 8000, 16).header("data", 2000).raw(samples).bytes()},
+        {"data runs past RIFF", WavBuilder().fmt(1, 1, 8000, 16).data(samples).bytes(4 + 24 + 8 + 500)},
+        {"chunk header cut short", WavBuilder().fmt(1, 1, 8000, 16).data(samples).raw({'L', 'I'}).bytes()},
+        {"last ADPCM block short", WavBuilder(adpcm).data(randomBytes(3000, 13)).bytes(), 2},
+        {"ADPCM as Float32", WavBuilder(adpcm).data(randomBytes(4096, 12)).bytes(), 2, Float32},
+        {"ADPCM in other channels", WavBuilder(adpcm).data(randomBytes(4096, 12)).bytes(), 1},
         {"not WAVE", patched(WavBuilder().fmt(1, 1, 8000, 16).bytes(), 8, 'X')},
         {"RIFF size 4", WavBuilder().fmt(1, 1, 8000, 16).bytes(4)},
         {"no fmt chunk", WavBuilder().data(pcm).bytes()},
-        {"fmt size 14", WavBuilder().chunk("fmt ", randomBytes(14, 9)).data(pcm).bytes()},
         {"rate 0", WavBuilder().fmt(1, 1, 0, 16).data(pcm).bytes()},
         {"no channels", WavBuilder().fmt(1, 0, 8000, 16, 2).data(pcm).bytes()},
         {"257 channels", WavBuilder().fmt(1, 257, 8000, 16).data(pcm).bytes()},
         {"tag 2", WavBuilder().fmt(2, 1, 8000, 16).data(pcm).bytes()},
-        {"extensible", WavBuilder().fmt(0xFFFE, 2, 8000, 16, 4, randomBytes(22, 10)).data(pcm).bytes()},
         {"12-bit PCM", WavBuilder().fmt(1, 1, 8000, 12, 2).data(pcm).bytes()},
-        {"16-bit float", WavBuilder().fmt(3, 1, 8000, 16).data(pcm).bytes()},
         {"8-bit ADPCM", WavBuilder().fmt(17, 1, 8000, 8, 256, {0xF9, 0x01}).data(pcm).bytes()},
         {"ADPCM block smaller than its headers", WavBuilder().fmt(17, 2, 8000, 4, 4, {0, 0}).data(pcm).bytes()},
         {"extra size beyond fmt", patched(WavBuilder().fmt(1, 1, 8000, 16, 0, {1, 2}).data(pcm).bytes(), 36, 4)},
     };
     for (const Case& c : cases) {
-        OpenedWav<AudioFile> opened(c.bytes);
-        EXPECT_FALSE(opened.ok) << c.what;
-        uint8_t buffer[64];
-        uint32_t got = 7;
-        EXPECT_FALSE(opened.file.read(buffer, 4, 1, got, Int16)) << c.what;
-        EXPECT_EQ(got, 0u);
+        bool ok = true;
+        EXPECT_TRUE(readAllOf(c.bytes, 4096, c.channels, c.format, &ok).empty()) << c.what;
+        EXPECT_FALSE(ok) << c.what;
     }
-}
-
-TEST(AudioFileRead, rejectsBadArgumentsAndAdpcmInOtherLayouts) {
-    OpenedWav<AudioFile> opened(WavBuilder().fmt(1, 1, 8000, 16).data(randomBytes(64, 11)).bytes());
-    ASSERT_TRUE(opened.ok);
+    OpenedWav<AudioFile> opened(WavBuilder().fmt(1, 1, 8000, 16).data(pcm).bytes());
     uint8_t buffer[256];
     uint32_t got = 0;
-    EXPECT_TRUE(opened.file.read(buffer, 0, 1, got, Int16));
     EXPECT_FALSE(opened.file.read(nullptr, 4, 1, got, Int16));
     EXPECT_FALSE(opened.file.read(buffer, -1, 1, got, Int16));
-    EXPECT_FALSE(opened.file.read(buffer, 4, 0, got, Int16));
-    EXPECT_FALSE(opened.file.read(buffer, 4, 1, got, 5));
     EXPECT_FALSE(opened.file.read(buffer, 4, 1, got, UInt8));
-
-    // Stereo ADPCM with blockAlign 2048: (2048 - 8) / 4 * 8 / 2 + 1 frames a block.
-    const auto adpcm = WavBuilder().fmt(17, 2, 44100, 4, 2048, {0xF9, 0x07}).data(randomBytes(2 * 2048, 12)).bytes();
-    const auto whole = readAllOf(adpcm, 9999, 2, Int16);
-    EXPECT_EQ(whole.size(), 2u * 2041 * 4);
-    for (int32_t step : {1, 13, 2041})
-        EXPECT_EQ(readAllOf(adpcm, step, 2, Int16), whole) << "step " << step;
-    bool ok = true;
-    readAllOf(adpcm, 1000, 2, Float32, &ok);
-    EXPECT_FALSE(ok);
-    readAllOf(adpcm, 1000, 1, Int16, &ok);
-    EXPECT_FALSE(ok);
+    EXPECT_TRUE(opened.file.close());
+    EXPECT_FALSE(opened.file.read(buffer, 4, 1, got, Int16));
 }

@@ -52,13 +52,6 @@ TEST(AudioFileWrite, headerBytesAreCanonical) {
     const Bytes header = {'R', 'I', 'F', 'F', 36, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ', 16, 0, 0, 0, 1, 0,
                           2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0};
     EXPECT_EQ(written(Int16, 44100, 2, nullptr, 0, 2, Int16), header);
-
-    const auto samples = sineFrames(1000, 2);
-    Bytes expected = header;
-    expected[4] = 4036 & 0xFF, expected[5] = 4036 >> 8, expected[40] = 4000 & 0xFF, expected[41] = 4000 >> 8;
-    expected.insert(expected.end(), (const uint8_t*)samples.data(), (const uint8_t*)(samples.data() + 2000));
-    EXPECT_EQ(written(Int16, 44100, 2, samples.data(), 1000, 2, Int16), expected);
-
     const auto floats = written(Float32, 48000, 3, nullptr, 0, 3, Float32);  // the tag follows the format
     EXPECT_EQ(floats[20], 3);   // tag
     EXPECT_EQ(floats[32], 12);  // blockAlign
