@@ -61,13 +61,9 @@ TEST(AudioFileWrite, headerBytesAreCanonical) {
     EXPECT_EQ(Bytes(eightBit.begin() + 44, eightBit.end()), (Bytes{0x80, 0xFF, 0x00, 0x81}));
 }
 
-TEST(AudioFileWrite, refusals) {
-    MemoryStream stream, limited;
+TEST(AudioFileWrite, aFailedHeaderWriteLeavesTheFileClosed) {
+    MemoryStream limited;
     AudioFile file;
-    EXPECT_FALSE(file.create(&stream, Int16, 44100, 2, 2));
-    EXPECT_FALSE(file.isOpen());
-    EXPECT_FALSE(file.create(&stream, UInt8, 44100, 2, 1));
-    EXPECT_FALSE(file.create(&stream, Int16, 44100, 0, 1));
     limited.setWriteLimit(20);
     EXPECT_FALSE(file.create(&limited, Int16, 44100, 2, 1));
     EXPECT_FALSE(file.isOpen());

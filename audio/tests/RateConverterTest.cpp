@@ -37,17 +37,18 @@ TEST(RateConverter, doublingTheRateGivesMidpoints) {
 }
 
 TEST(RateConverter, setUpFigures) {
-    RateConverter converter;
-    setUp(converter, Int16, 2, 48000, 44100, false);
-    EXPECT_EQ(converter.oversamplingFactor(), 2);
-    EXPECT_EQ(converter.oversampledSampleRate(), 88200u);
-    EXPECT_EQ(converter.filterTaps(), 0);
-    setUp(converter, Int16, 2, 44100, 32000, true);
-    EXPECT_EQ(converter.oversamplingFactor(), 2);
-    EXPECT_EQ(converter.filterTaps(), 17);
-    setUp(converter, Int16, 2, 22050, 44100, true);
-    EXPECT_EQ(converter.oversamplingFactor(), 1);
-    EXPECT_EQ(converter.filterTaps(), 0);
+    // An oversampled rate of 0 is not checked.
+    struct Case { uint32_t from, to; bool filtered; int32_t factor; uint32_t oversampledRate; int32_t taps; };
+    for (const Case& c : {Case{48000, 44100, false, 2, 88200, 0}, Case{44100, 32000, true, 2, 64000, 17},
+                          Case{22050, 44100, true, 1, 0, 0}}) {
+        RateConverter converter;
+        setUp(converter, Int16, 2, c.from, c.to, c.filtered);
+        EXPECT_EQ(converter.oversamplingFactor(), c.factor) << c.from << " -> " << c.to;
+        if (c.oversampledRate) {
+            EXPECT_EQ(converter.oversampledSampleRate(), c.oversampledRate) << c.from << " -> " << c.to;
+        }
+        EXPECT_EQ(converter.filterTaps(), c.taps) << c.from << " -> " << c.to;
+    }
 }
 
 TEST(RateConverter, equalRatesPassFramesUnchanged) {
