@@ -23,8 +23,6 @@ public:
     // Drops what is queued and joins the feeding thread. Always true.
     bool stop() override;
 
-    snd_pcm_t* pcmHandle() const { return handle; }
-
 protected:
     // Everything start does before the feeding thread exists: settings,
     // hardware and software parameters, the period buffers, blocking mode.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,124 +15,89 @@
 
 namespace {
 
-// Records every call as one line and answers from per-call scripts; an
-// empty script gives success (writei takes the whole period, avail is 0).
+using Calls = std::vector<std::string>;
+std::string n(long value) { return std::to_string(value); }
+
+// Records every call as one line ("rate 48000") and answers from the script
+// kept under the line's first word; an unscripted call succeeds, writei
+// taking the whole period and avail reporting no room. A positive answer to
+// a "near" call is the value the hardware chose.
 class ScriptedPcm : public PcmApi {
+    using P = snd_pcm_t*;
+    using H = snd_pcm_hw_params_t*;
+    using S = snd_pcm_sw_params_t*;
+    using F = snd_pcm_uframes_t;
+
 public:
-    std::deque<long> writes, avails, resumes, recovers, prepares;
-    std::string failingCall;  // this parameter call returns -EINVAL
-    unsigned chosenRate = 0;  // when set, the "hardware" picks this rate...
-    snd_pcm_uframes_t chosenPeriod = 0;  // ...and this period
+    std::map<std::string, std::deque<long>> script;
     bool pace = false;  // writei naps 1 ms, as a real device would block
 
-    std::vector<std::string> takeCalls() {
+    Calls takeCalls() {
         std::lock_guard<std::mutex> lock(mutex);
-        std::vector<std::string> taken;
+        Calls taken;
         taken.swap(calls);
         return taken;
     }
-    void note(const std::string& call) {
+    long call(const std::string& line, long otherwise = 0) {
         std::lock_guard<std::mutex> lock(mutex);
-        calls.push_back(call);
+        calls.push_back(line);
+        std::deque<long>& answers = script[line.substr(0, line.find(' '))];
+        if (answers.empty())
+            return otherwise;
+        const long answer = answers.front();
+        answers.pop_front();
+        return answer;
     }
-    void renderInto(int16_t*, uint32_t frames, const DeviceSettings&) { note("render " + std::to_string(frames)); }
+    template <typename Value>
+    int near(const std::string& name, Value* value) {
+        const long answer = call(name + " " + n(long(*value)));
+        if (answer > 0)
+            *value = Value(answer);
+        return answer > 0 ? 0 : int(answer);
+    }
+    template <typename Handle>
+    int handOut(Handle* handle, const std::string& name) {
+        *handle = reinterpret_cast<Handle>(this);
+        return int(call(name));
+    }
+    void renderInto(int16_t*, uint32_t frames, const DeviceSettings&) { call("render " + n(frames)); }
 
-    int open(snd_pcm_t** pcm, const char* name, snd_pcm_stream_t, int) override {
-        note(std::string("open ") + name);
-        *pcm = reinterpret_cast<snd_pcm_t*>(this);
-        return 0;
-    }
-    int close(snd_pcm_t*) override { return noted("close"); }
-    int freeGlobalConfig() override { return noted("freeGlobalConfig"); }
-    int hwParamsMalloc(snd_pcm_hw_params_t** params) override {
-        *params = reinterpret_cast<snd_pcm_hw_params_t*>(this);
-        return noted("hwMalloc");
-    }
-    int hwParamsAny(snd_pcm_t*, snd_pcm_hw_params_t*) override { return noted("hwAny"); }
-    int hwParamsSetAccess(snd_pcm_t*, snd_pcm_hw_params_t*, snd_pcm_access_t access) override {
-        return noted("access " + std::to_string(access));
-    }
-    int hwParamsSetFormat(snd_pcm_t*, snd_pcm_hw_params_t*, snd_pcm_format_t format) override {
-        return noted("format " + std::to_string(format));
-    }
-    int hwParamsSetRateNear(snd_pcm_t*, snd_pcm_hw_params_t*, unsigned* rate, int*) override {
-        int result = noted("rate " + std::to_string(*rate));
-        if (chosenRate)
-            *rate = chosenRate;
-        return result;
-    }
-    int hwParamsSetChannels(snd_pcm_t*, snd_pcm_hw_params_t*, unsigned channels) override {
-        return noted("channels " + std::to_string(channels));
-    }
-    int hwParamsSetBufferSizeNear(snd_pcm_t*, snd_pcm_hw_params_t*, snd_pcm_uframes_t* frames) override {
-        return noted("buffer " + std::to_string(*frames));
-    }
-    int hwParamsSetPeriodSizeNear(snd_pcm_t*, snd_pcm_hw_params_t*, snd_pcm_uframes_t* frames, int*) override {
-        int result = noted("period " + std::to_string(*frames));
-        if (chosenPeriod)
-            *frames = chosenPeriod;
-        return result;
-    }
-    int hwParamsSetPeriodsNear(snd_pcm_t*, snd_pcm_hw_params_t*, unsigned* periods, int*) override {
-        return noted("periods " + std::to_string(*periods));
-    }
-    int hwParams(snd_pcm_t*, snd_pcm_hw_params_t*) override { return noted("hwParams"); }
-    void hwParamsFree(snd_pcm_hw_params_t*) override { note("hwFree"); }
-    int swParamsMalloc(snd_pcm_sw_params_t** params) override {
-        *params = reinterpret_cast<snd_pcm_sw_params_t*>(this);
-        return noted("swMalloc");
-    }
-    int swParamsCurrent(snd_pcm_t*, snd_pcm_sw_params_t*) override { return noted("swCurrent"); }
-    int swParamsSetStartThreshold(snd_pcm_t*, snd_pcm_sw_params_t*, snd_pcm_uframes_t frames) override {
-        return noted("startThreshold " + std::to_string(frames));
-    }
-    int swParamsSetAvailMin(snd_pcm_t*, snd_pcm_sw_params_t*, snd_pcm_uframes_t frames) override {
-        return noted("availMin " + std::to_string(frames));
-    }
-    int swParams(snd_pcm_t*, snd_pcm_sw_params_t*) override { return noted("swParams"); }
-    void swParamsFree(snd_pcm_sw_params_t*) override { note("swFree"); }
-    int nonblock(snd_pcm_t*, int nonblocking) override { return noted("nonblock " + std::to_string(nonblocking)); }
-    snd_pcm_sframes_t writei(snd_pcm_t*, const void*, snd_pcm_uframes_t frames) override {
-        note("writei " + std::to_string(frames));
+    int open(P* pcm, const char*, snd_pcm_stream_t, int) override { return handOut(pcm, "open"); }
+    int close(P) override { return int(call("close")); }
+    int freeGlobalConfig() override { return int(call("freeGlobalConfig")); }
+    int hwParamsMalloc(H* params) override { return handOut(params, "hwMalloc"); }
+    int hwParamsAny(P, H) override { return int(call("hwAny")); }
+    int hwParamsSetAccess(P, H, snd_pcm_access_t access) override { return int(call("access " + n(access))); }
+    int hwParamsSetFormat(P, H, snd_pcm_format_t format) override { return int(call("format " + n(format))); }
+    int hwParamsSetRateNear(P, H, unsigned* rate, int*) override { return near("rate", rate); }
+    int hwParamsSetChannels(P, H, unsigned channels) override { return int(call("channels " + n(channels))); }
+    int hwParamsSetBufferSizeNear(P, H, F* frames) override { return near("buffer", frames); }
+    int hwParamsSetPeriodSizeNear(P, H, F* frames, int*) override { return near("period", frames); }
+    int hwParamsSetPeriodsNear(P, H, unsigned* periods, int*) override { return near("periods", periods); }
+    int hwParams(P, H) override { return int(call("hwParams")); }
+    void hwParamsFree(H) override { call("hwFree"); }
+    int swParamsMalloc(S* params) override { return handOut(params, "swMalloc"); }
+    int swParamsCurrent(P, S) override { return int(call("swCurrent")); }
+    int swParamsSetStartThreshold(P, S, F frames) override { return int(call("startThreshold " + n(frames))); }
+    int swParamsSetAvailMin(P, S, F frames) override { return int(call("availMin " + n(frames))); }
+    int swParams(P, S) override { return int(call("swParams")); }
+    void swParamsFree(S) override { call("swFree"); }
+    int nonblock(P, int nonblocking) override { return int(call("nonblock " + n(nonblocking))); }
+    snd_pcm_sframes_t writei(P, const void*, F frames) override {
         if (pace)
             ::sleepMs(1);
-        return scripted(writes, long(frames));
+        return call("writei " + n(frames), long(frames));
     }
-    snd_pcm_sframes_t availUpdate(snd_pcm_t*) override {
-        note("avail");
-        return scripted(avails, 0);
-    }
-    int recover(snd_pcm_t*, int error, int silent) override {
-        note("recover " + std::to_string(error) + " " + std::to_string(silent));
-        return int(scripted(recovers, 0));
-    }
-    int resume(snd_pcm_t*) override {
-        note("resume");
-        return int(scripted(resumes, 0));
-    }
-    int prepare(snd_pcm_t*) override {
-        note("prepare");
-        return int(scripted(prepares, 0));
-    }
-    int drop(snd_pcm_t*) override { return noted("drop"); }
-    void sleepMs(uint32_t ms) override { note("sleep " + std::to_string(ms)); }
+    snd_pcm_sframes_t availUpdate(P) override { return call("avail"); }
+    int recover(P, int error, int silent) override { return int(call("recover " + n(error) + " " + n(silent))); }
+    int resume(P) override { return int(call("resume")); }
+    int prepare(P) override { return int(call("prepare")); }
+    int drop(P) override { return int(call("drop")); }
+    void sleepMs(uint32_t ms) override { call("sleep " + n(ms)); }
 
 private:
-    int noted(const std::string& call) {
-        note(call);
-        return call.compare(0, failingCall.size(), failingCall) == 0 && !failingCall.empty() ? -EINVAL : 0;
-    }
-    long scripted(std::deque<long>& script, long otherwise) {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (script.empty())
-            return otherwise;
-        long value = script.front();
-        script.pop_front();
-        return value;
-    }
-
     std::mutex mutex;
-    std::vector<std::string> calls;
+    Calls calls;
 };
 
 // Lets a test run the feeding step by hand, without the thread.
@@ -144,86 +110,79 @@ struct DrivenPlayback : AlsaPlayback {
     using AlsaPlayback::feedStep;
 };
 
-using Calls = std::vector<std::string>;
+std::string joined(const Calls& calls) {
+    std::string line;
+    for (const std::string& call : calls)
+        line += (line.empty() ? "" : ", ") + call;
+    return line;
+}
+
+long countOf(const Calls& calls, const std::string& call) { return std::count(calls.begin(), calls.end(), call); }
+
+const std::string oneFeedStep = "avail, render 2400, writei 2400, avail";
 
 }  // namespace
 
-TEST(AlsaPlaybackTest, startAsksForTwoPeriodsOfTheLatency) {
-    ScriptedPcm pcm;
-    {
-        DrivenPlayback device(pcm);
-        EXPECT_TRUE(device.isOpen());
-        pcm.pace = true;
-        ASSERT_TRUE(device.start(48000, 2, 0.05f));
-        Calls calls = pcm.takeCalls();
-        Calls expected = {"hwMalloc", "hwAny", "access 3", "format 2", "rate 48000", "channels 2",
-                          "buffer 4800", "period 2400", "periods 2", "hwParams", "hwFree",
-                          "swMalloc", "swCurrent", "startThreshold 1", "availMin 2400", "swParams",
-                          "swFree", "nonblock 0", "writei 2400"};
-        ASSERT_GE(calls.size(), expected.size());
-        EXPECT_EQ(Calls(calls.begin(), calls.begin() + long(expected.size())), expected);
+// Start asks for two periods of the latency; the settings follow what the
+// hardware chose, the latency being the chosen period over the rate asked for.
+TEST(AlsaPlaybackTest, startSequenceAndSettings) {
+    struct Case { long chosenRate, chosenPeriod; uint32_t rate, period, coarseFrames, fineFrames; };
+    for (const Case& c : {Case{0, 0, 48000, 2400, 139, 17}, Case{44100, 2205, 44100, 2205, 128, 16}}) {
+        ScriptedPcm pcm;
+        pcm.script["rate"] = {c.chosenRate};
+        pcm.script["period"] = {c.chosenPeriod};
+        {
+            DrivenPlayback device(pcm);
+            EXPECT_TRUE(device.isOpen());
+            pcm.pace = true;
+            ASSERT_TRUE(device.start(48000, 2, 0.05f));
+            EXPECT_EQ(joined(pcm.takeCalls()).rfind(
+                          "hwMalloc, hwAny, access 3, format 2, rate 48000, channels 2, buffer 4800, period 2400, "
+                          "periods 2, hwParams, hwFree, swMalloc, swCurrent, startThreshold 1, availMin " +
+                              n(c.period) + ", swParams, swFree, nonblock 0, writei " + n(c.period),
+                          0),
+                      0u);
+            const DeviceSettings settings = device.getSettings();
+            EXPECT_EQ(settings.name, String("AlsaPlayback"));
+            EXPECT_EQ(settings.sampleRate, c.rate);
+            EXPECT_EQ(settings.channels, 2u);
+            EXPECT_EQ(settings.latency, float(c.period) / 48000.0f);
+            EXPECT_EQ(settings.coarseFrames, c.coarseFrames);
+            EXPECT_EQ(settings.fineFrames, c.fineFrames);
 
-        DeviceSettings settings = device.getSettings();
-        EXPECT_EQ(settings.name, String("AlsaPlayback"));
-        EXPECT_EQ(settings.sampleRate, 48000u);
-        EXPECT_EQ(settings.channels, 2u);
-        EXPECT_EQ(settings.latency, 2400.0f / 48000.0f);
-        EXPECT_EQ(settings.coarseFrames, 139u);
-        EXPECT_EQ(settings.fineFrames, 17u);
-
-        EXPECT_TRUE(device.stop());
-        EXPECT_EQ(device.getSettings().sampleRate, 0u);
-        EXPECT_TRUE(device.getSettings().name.isEmpty());
-        Calls stopping = pcm.takeCalls();
-        EXPECT_EQ(std::count(stopping.begin(), stopping.end(), "drop"), 1);
+            EXPECT_TRUE(device.stop());
+            EXPECT_EQ(device.getSettings().sampleRate, 0u);
+            EXPECT_TRUE(device.getSettings().name.isEmpty());
+            EXPECT_EQ(countOf(pcm.takeCalls(), "drop"), 1);
+        }
+        EXPECT_EQ(joined(pcm.takeCalls()), "close, freeGlobalConfig");
     }
-    EXPECT_EQ(pcm.takeCalls(), (Calls{"close", "freeGlobalConfig"}));
 }
 
-TEST(AlsaPlaybackTest, settingsFollowTheHardwareChoice) {
-    ScriptedPcm pcm;
-    pcm.chosenRate = 44100;
-    pcm.chosenPeriod = 2205;
-    DrivenPlayback device(pcm);
-    ASSERT_TRUE(device.configure(48000, 1, 0.05f));
-    DeviceSettings settings = device.getSettings();
-    EXPECT_EQ(settings.sampleRate, 44100u);
-    EXPECT_EQ(settings.latency, 2205.0f / 48000.0f);  // the chosen period over the rate asked for
-    EXPECT_EQ(settings.coarseFrames, 128u);
-    EXPECT_EQ(settings.fineFrames, 16u);
-    Calls calls = pcm.takeCalls();
-    EXPECT_NE(std::find(calls.begin(), calls.end(), "availMin 2205"), calls.end());
-    device.feedStep();
-    EXPECT_EQ(pcm.takeCalls(), (Calls{"avail", "render 2205", "writei 2205", "avail"}));
-}
-
-TEST(AlsaPlaybackTest, unsupportedChannelCountsTouchNothing) {
+// Bad channel counts touch nothing; after hwAny every parameter call is made
+// even when one of them fails, and the device stays usable.
+TEST(AlsaPlaybackTest, aRefusedStartLeavesTheDeviceUsable) {
     ScriptedPcm pcm;
     DrivenPlayback device(pcm);
     for (uint32_t channels : {0u, 3u, 6u}) {
         EXPECT_FALSE(device.start(44100, channels, 0.05f));
         EXPECT_TRUE(pcm.takeCalls().empty()) << channels;
     }
-}
-
-TEST(AlsaPlaybackTest, anyFailingParameterCallFailsStartAndLeavesTheDeviceUsable) {
-    // The hardware calls after hwAny are all made even when one of them fails.
-    const std::string setCalls[] = {"access", "format", "rate", "channels", "buffer", "period", "periods"};
-    const std::string otherCalls[] = {"hwParams", "hwAny", "startThreshold", "availMin", "swParams", "swCurrent"};
-    std::vector<std::string> calls(std::begin(setCalls), std::end(setCalls));
-    calls.insert(calls.end(), std::begin(otherCalls), std::end(otherCalls));
-    for (const std::string& failing : calls) {
+    const char* const parameterCalls[] = {"access",   "format", "rate",           "channels", "buffer",
+                                          "period",   "periods", "hwParams",      "hwAny",    "startThreshold",
+                                          "availMin", "swParams", "swCurrent"};
+    for (size_t i = 0; i < std::size(parameterCalls); ++i) {
+        const char* failing = parameterCalls[i];
         ScriptedPcm pcm;
         DrivenPlayback device(pcm);
-        pcm.failingCall = failing;
+        pcm.script[failing] = {-EINVAL};
         EXPECT_FALSE(device.start(44100, 2, 0.05f)) << failing;
         Calls made = pcm.takeCalls();
-        EXPECT_EQ(std::count(made.begin(), made.end(), "writei 2205"), 0) << failing;
-        EXPECT_EQ(std::count(made.begin(), made.end(), "hwFree"), 1) << failing;
-        if (std::find(std::begin(setCalls), std::end(setCalls), failing) != std::end(setCalls)) {
-            EXPECT_EQ(std::count(made.begin(), made.end(), "hwParams"), 1) << failing;
+        EXPECT_EQ(countOf(made, "writei 2205"), 0) << failing;
+        EXPECT_EQ(countOf(made, "hwFree"), 1) << failing;
+        if (i < 7) {  // a failing setter
+            EXPECT_EQ(countOf(made, "hwParams"), 1) << failing;
         }
-        pcm.failingCall.clear();
         pcm.pace = true;
         EXPECT_TRUE(device.start(44100, 2, 0.05f)) << failing;
         device.stop();
@@ -233,71 +192,61 @@ TEST(AlsaPlaybackTest, anyFailingParameterCallFailsStartAndLeavesTheDeviceUsable
 TEST(AlsaPlaybackTest, feedingStepHandlesEachDeviceError) {
     struct Case {
         const char* name;
-        std::deque<long> writes, avails, resumes, recovers, prepares;
-        Calls expected;
+        std::map<std::string, std::deque<long>> script;
+        std::string expected;
     };
     const Case cases[] = {
-        {"room for three periods", {}, {0, 2400, 2400, 100}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "avail", "render 2400", "writei 2400", "avail",
-          "render 2400", "writei 2400", "avail"}},
-        {"short write is not completed", {100}, {}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "avail"}},
-        {"underrun prepares and drops the period", {-EPIPE}, {}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "prepare", "avail"}},
-        {"try again writes again", {-EAGAIN, -EAGAIN}, {}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "writei 2400", "writei 2400", "avail"}},
-        {"suspend resumes with naps, then writes again", {-ESTRPIPE}, {}, {-EAGAIN, -EAGAIN, 0}, {}, {},
-         {"avail", "render 2400", "writei 2400", "resume", "sleep 1", "resume", "sleep 1", "resume",
-          "writei 2400", "avail"}},
-        {"failed resume with underrun prepares twice", {-ESTRPIPE}, {}, {-EPIPE}, {}, {},
-         {"avail", "render 2400", "writei 2400", "resume", "prepare", "prepare", "avail"}},
-        {"failed resume recovers and prepares", {-ESTRPIPE}, {}, {-EIO}, {}, {},
-         {"avail", "render 2400", "writei 2400", "resume", "prepare", "recover -5 0", "prepare", "avail"}},
-        {"failed resume and failed prepare give up", {-ESTRPIPE}, {}, {-EIO}, {}, {-EIO},
-         {"avail", "render 2400", "writei 2400", "resume", "prepare", "avail"}},
-        {"other error recovers, then prepares", {-EIO}, {}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "recover -5 0", "prepare", "avail"}},
-        {"other error with failed recover", {-EBADFD}, {}, {}, {-EBADFD}, {},
-         {"avail", "render 2400", "writei 2400", "recover -77 0", "avail"}},
-        {"underrun seen by avail still renders", {}, {-EPIPE}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "avail"}},
-        {"avail error recovered", {}, {-EIO}, {}, {}, {},
-         {"avail", "recover -5 0", "render 2400", "writei 2400", "avail"}},
-        {"avail error not recovered ends the step", {}, {-EIO}, {}, {-EIO}, {},
-         {"avail", "recover -5 0"}},
-        {"error in a later period leaves the loop going", {0, -EPIPE}, {0, 2400, 2400, 0}, {}, {}, {},
-         {"avail", "render 2400", "writei 2400", "avail", "render 2400", "writei 2400", "prepare", "avail",
-          "render 2400", "writei 2400", "avail"}},
+        {"room for three periods", {{"avail", {0, 2400, 2400, 100}}},
+         "avail, render 2400, writei 2400, avail, render 2400, writei 2400, avail, render 2400, writei 2400, avail"},
+        {"short write is not completed", {{"writei", {100}}}, oneFeedStep},
+        {"underrun prepares and drops the period", {{"writei", {-EPIPE}}},
+         "avail, render 2400, writei 2400, prepare, avail"},
+        {"try again writes again", {{"writei", {-EAGAIN, -EAGAIN}}},
+         "avail, render 2400, writei 2400, writei 2400, writei 2400, avail"},
+        {"suspend resumes with naps, then writes again", {{"writei", {-ESTRPIPE}}, {"resume", {-EAGAIN, -EAGAIN, 0}}},
+         "avail, render 2400, writei 2400, resume, sleep 1, resume, sleep 1, resume, writei 2400, avail"},
+        {"failed resume with underrun prepares twice", {{"writei", {-ESTRPIPE}}, {"resume", {-EPIPE}}},
+         "avail, render 2400, writei 2400, resume, prepare, prepare, avail"},
+        {"failed resume recovers and prepares", {{"writei", {-ESTRPIPE}}, {"resume", {-EIO}}},
+         "avail, render 2400, writei 2400, resume, prepare, recover -5 0, prepare, avail"},
+        {"failed resume and failed prepare give up",
+         {{"writei", {-ESTRPIPE}}, {"resume", {-EIO}}, {"prepare", {-EIO}}},
+         "avail, render 2400, writei 2400, resume, prepare, avail"},
+        {"other error recovers, then prepares", {{"writei", {-EIO}}},
+         "avail, render 2400, writei 2400, recover -5 0, prepare, avail"},
+        {"other error with failed recover", {{"writei", {-EBADFD}}, {"recover", {-EBADFD}}},
+         "avail, render 2400, writei 2400, recover -77 0, avail"},
+        {"underrun seen by avail still renders", {{"avail", {-EPIPE}}}, oneFeedStep},
+        {"avail error recovered", {{"avail", {-EIO}}}, "avail, recover -5 0, render 2400, writei 2400, avail"},
+        {"avail error not recovered ends the step", {{"avail", {-EIO}}, {"recover", {-EIO}}}, "avail, recover -5 0"},
+        {"error in a later period leaves the loop going", {{"writei", {0, -EPIPE}}, {"avail", {0, 2400, 2400, 0}}},
+         "avail, render 2400, writei 2400, avail, render 2400, writei 2400, prepare, avail, render 2400, writei "
+         "2400, avail"},
     };
     for (const Case& c : cases) {
         ScriptedPcm pcm;
         DrivenPlayback device(pcm);
         ASSERT_TRUE(device.configure(48000, 2, 0.05f));
         pcm.takeCalls();
-        pcm.writes = c.writes;
-        pcm.avails = c.avails;
-        pcm.resumes = c.resumes;
-        pcm.recovers = c.recovers;
-        pcm.prepares = c.prepares;
+        pcm.script = c.script;
         device.feedStep();
-        EXPECT_EQ(pcm.takeCalls(), c.expected) << c.name;
-        // The next step runs normally.
-        device.feedStep();
-        EXPECT_EQ(pcm.takeCalls(), (Calls{"avail", "render 2400", "writei 2400", "avail"})) << c.name;
+        EXPECT_EQ(joined(pcm.takeCalls()), c.expected) << c.name;
+        device.feedStep();  // the next step runs normally
+        EXPECT_EQ(joined(pcm.takeCalls()), oneFeedStep) << c.name;
     }
 }
 
 TEST(AlsaPlaybackTest, stopEndsTheLoopWhileTheDeviceKeepsReportingRoom) {
     ScriptedPcm pcm;
-    pcm.avails.assign(1000000, 4800);  // room forever, as the null plugin says after a drop
+    pcm.script["avail"].assign(1000000, 4800);  // room forever, as the null plugin says after a drop
     pcm.pace = true;
     DrivenPlayback device(pcm);
     ASSERT_TRUE(device.start(48000, 2, 0.05f));
     sleepMs(20);
     EXPECT_TRUE(device.stop());
     Calls calls = pcm.takeCalls();
-    EXPECT_GT(std::count(calls.begin(), calls.end(), "render 2400"), 1);
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "drop"), 1);
+    EXPECT_GT(countOf(calls, "render 2400"), 1);
+    EXPECT_EQ(countOf(calls, "drop"), 1);
     sleepMs(5);
     EXPECT_TRUE(pcm.takeCalls().empty());  // the thread is gone
 }

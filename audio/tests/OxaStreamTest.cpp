@@ -5,79 +5,58 @@
 #include <cmath>
 
 #include "AudioFile.h"
-#include "MemoryStream.h"
 #include "OxaCodec.h"
-#include "SampleFormat.h"
 #include "SoundSource.h"
 #include "WavBuilder.h"
 
-namespace {
-
-std::vector<uint8_t> encodedSine(int32_t frames) {
+TEST(OxaStream, readsThroughTheDecoderAndRestarts) {
+    const int32_t frames = 10000;
     std::vector<int16_t> samples(size_t(frames) * 2);
     for (int32_t i = 0; i < frames; ++i) {
         samples[2 * i] = int16_t(10000 * std::sin(0.05 * i));
         samples[2 * i + 1] = int16_t(8000 * std::sin(0.011 * i));
     }
-    MemoryStream stream;
+    MemoryStream encoded;
     OxaCodec codec;
-    EXPECT_TRUE(codec.openEncoder(&stream, Int16, 22050, 2, 8, 1024, 0.0f));
-    EXPECT_TRUE(codec.encode(samples.data(), frames, 2, Int16));
-    EXPECT_TRUE(codec.close());
-    return std::vector<uint8_t>(stream.data(), stream.data() + stream.length());
-}
+    ASSERT_TRUE(codec.openEncoder(&encoded, Int16, 22050, 2, 8, 1024, 0.0f));
+    ASSERT_TRUE(codec.encode(samples.data(), frames, 2, Int16));
+    ASSERT_TRUE(codec.close());
+    const Bytes oxa(encoded.data(), encoded.data() + encoded.length());
 
-std::vector<uint8_t> decodedDirectly(const std::vector<uint8_t>& oxa) {
+    // What the decoder gives when used directly.
     MemoryStream stream(oxa.data(), int32_t(oxa.size()));
-    OxaCodec codec;
-    EXPECT_TRUE(codec.openDecoder(&stream));
-    std::vector<uint8_t> out, buffer(4096 * 4);
+    ASSERT_TRUE(codec.openDecoder(&stream));
+    Bytes expected, buffer(4096 * 4);
     for (uint32_t got = 1; got > 0;) {
-        EXPECT_TRUE(codec.decode(buffer.data(), 4096, 2, Int16, got));
-        out.insert(out.end(), buffer.begin(), buffer.begin() + got * 4);
+        ASSERT_TRUE(codec.decode(buffer.data(), 4096, 2, Int16, got));
+        expected.insert(expected.end(), buffer.begin(), buffer.begin() + got * 4);
     }
-    return out;
-}
-
-}  // namespace
-
-TEST(OxaStream, readsThroughTheDecoderAndRestarts) {
-    const auto oxa = encodedSine(10000);
-    const auto expected = decodedDirectly(oxa);
     ASSERT_GT(expected.size(), 4u * 8000);
 
     OpenedWav<AudioFile> opened(oxa);
     ASSERT_TRUE(opened.ok);
     EXPECT_EQ(opened.file.sampleRate(), 22050u);
     EXPECT_EQ(opened.file.channels(), 2);
-    std::vector<uint8_t> first, second;
-    ASSERT_TRUE(readAll(opened.file, 777, 2, Int16, first));
-    EXPECT_EQ(first, expected);
-    ASSERT_TRUE(opened.file.restart());
-    ASSERT_TRUE(readAll(opened.file, 4096, 2, Int16, second));
-    EXPECT_EQ(second, expected);
-
+    for (int32_t step : {777, 4096}) {
+        Bytes out;
+        ASSERT_TRUE(readAll(opened.file, step, 2, Int16, out));
+        EXPECT_EQ(out, expected);
+        ASSERT_TRUE(opened.file.restart());
+    }
     // Too short to probe, and not a valid compressed stream either.
-    EXPECT_FALSE(OpenedWav<AudioFile>(std::vector<uint8_t>(oxa.begin(), oxa.begin() + 11)).ok);
+    EXPECT_FALSE(OpenedWav<AudioFile>(Bytes(oxa.begin(), oxa.begin() + 11)).ok);
     EXPECT_FALSE(OpenedWav<AudioFile>(randomBytes(200, 51)).ok);
-}
 
-TEST(OxaStream, soundSourceKeepsASharedStreamAlive) {
-    const auto oxa = encodedSine(3000);
-    const auto expected = decodedDirectly(oxa);
+    // A source holding the only reference to its stream keeps it alive.
     SoundSource source;
-    {
-        SharedRef<Stream> stream(new MemoryStream(oxa.data(), int32_t(oxa.size())));
-        ASSERT_TRUE(source.open(stream));
-    }  // only the source holds it now
+    ASSERT_TRUE(source.open(SharedRef<Stream>(new MemoryStream(oxa.data(), int32_t(oxa.size())))));
     ASSERT_TRUE(source.setOutputRate(22050));
-    const int32_t frames = int32_t(expected.size() / 4) + 100;
-    std::vector<uint8_t> buffer(size_t(frames) * 4, 0xEE);
+    const int32_t asked = int32_t(expected.size() / 4) + 100;
+    Bytes played(size_t(asked) * 4, 0xEE);
     uint32_t got = 0;
-    ASSERT_TRUE(source.read(buffer.data(), frames, got));
+    ASSERT_TRUE(source.read(played.data(), asked, got));
     EXPECT_EQ(got, expected.size() / 4);
-    std::vector<uint8_t> withZeros = expected;
-    withZeros.resize(buffer.size(), 0);
-    EXPECT_EQ(buffer, withZeros);
+    expected.resize(played.size(), 0);
+    EXPECT_EQ(played, expected);
     EXPECT_TRUE(source.close());
 }

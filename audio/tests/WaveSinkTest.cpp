@@ -1,10 +1,8 @@
 // Tests of WaveSink: writing at the file's rate and through the converter.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 
-#include "MemoryStream.h"
-#include "SampleFormat.h"
 #include "WavBuilder.h"
 #include "WaveSink.h"
 
@@ -12,8 +10,7 @@ namespace {
 
 // Writes Int16 `input` of `channels` channels in calls of `perCall` frames
 // into a file at `fileRate`; returns the data written.
-std::vector<uint8_t> writeThroughSink(uint32_t inputRate, uint32_t fileRate, int32_t channels,
-                                      const std::vector<uint8_t>& input, int32_t perCall) {
+Bytes writeThroughSink(uint32_t inputRate, uint32_t fileRate, int32_t channels, const Bytes& input, int32_t perCall) {
     MemoryStream stream;
     WaveSink sink;
     EXPECT_TRUE(sink.create(&stream, Int16, fileRate, channels, 1));
@@ -24,7 +21,7 @@ std::vector<uint8_t> writeThroughSink(uint32_t inputRate, uint32_t fileRate, int
         EXPECT_TRUE(sink.write(input.data() + at * frameBytes, std::min(perCall, frames - at), written));
     }
     EXPECT_TRUE(sink.close());
-    return std::vector<uint8_t>(stream.data() + 44, stream.data() + stream.length());
+    return Bytes(stream.data() + 44, stream.data() + stream.length());
 }
 
 }  // namespace
@@ -40,14 +37,10 @@ TEST(WaveSink, atTheFileRateFramesAreWrittenUnchanged) {
 
 TEST(WaveSink, aLowerInputRateIsConvertedKeepingTheRemainder) {
     const auto input = randomBytes(4 * 4000, 32);
-    const auto firstThousand = std::vector<uint8_t>(input.begin(), input.begin() + 4000);
-    const size_t doubled = writeThroughSink(22050, 44100, 2, firstThousand, 1000).size() / 4;
-    EXPECT_GE(doubled, 1995u);
-    EXPECT_LE(doubled, 2000u);
-
     // Small writes give a prefix of what one large write gives.
     const auto once = writeThroughSink(22050, 44100, 2, input, 4000);
     EXPECT_GE(once.size(), 4u * 7990);
+    EXPECT_LE(once.size(), 4u * 8000);
     for (int32_t perCall : {1, 3, 100}) {
         const auto pieces = writeThroughSink(22050, 44100, 2, input, perCall);
         const size_t common = std::min(pieces.size(), once.size());
