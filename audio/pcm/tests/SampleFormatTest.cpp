@@ -22,12 +22,11 @@ float referenceDecode(uint32_t format, const uint8_t* p) {
         std::memcpy(&x, p, 4);
         return x;
     }
-    const int32_t bits = 8 * bytesPerSample(format);
+    const int32_t size = bytesPerSample(format), full = 1 << (8 * size - 1);
     int32_t v = 0;
-    for (int32_t i = 0; i < bits / 8; ++i)
+    for (int32_t i = 0; i < size; ++i)
         v |= p[i] << (8 * i);
-    v = v >= 1 << (bits - 1) ? v - (1 << bits) : v;  // two's complement
-    return float(v) / float(1 << (bits - 1));
+    return float(v >= full ? v - 2 * full : v) / float(full);  // two's complement
 }
 
 void referenceEncode(uint32_t format, float x, uint8_t* p) {
@@ -35,11 +34,10 @@ void referenceEncode(uint32_t format, float x, uint8_t* p) {
         std::memcpy(p, &x, 4);
         return;
     }
-    const int32_t bits = 8 * bytesPerSample(format);
-    const float full = float(1 << (bits - 1));
-    float rounded = std::floor(x * full + 0.5f);  // half up, in single precision
-    int32_t n = rounded >= full ? int32_t(full) - 1 : rounded <= -full ? -int32_t(full) : int32_t(rounded);
-    for (int32_t i = 0; i < bits / 8; ++i)
+    const int32_t size = bytesPerSample(format), full = 1 << (8 * size - 1);
+    const float rounded = std::floor(x * float(full) + 0.5f);  // half up, in single precision
+    const int32_t n = rounded >= float(full) ? full - 1 : rounded <= -float(full) ? -full : int32_t(rounded);
+    for (int32_t i = 0; i < size; ++i)
         p[i] = uint8_t(n >> (8 * i));
 }
 
