@@ -18,7 +18,6 @@ public:
 
     int32_t length() const { return n; }
     bool scaled() const { return isScaled; }
-    const float* window() const { return windowTable.data(); }
 
     // X[k] = forwardScale * sum over 2N of x[j] w[j] cos(pi/N (j + 0.5 + N/2)(k + 0.5)),
     // where x is `first` (N samples) followed by `second` (N samples).

@@ -19,10 +19,6 @@ public:
     // qbits 2 to 8. False when memory runs out.
     bool build(int32_t n, uint32_t rate, float athOffset, uint8_t qbits);
 
-    // Threshold in dB per coefficient index:
-    // 3.64 F^-0.8 - 6.5 e^(-0.6 (F - 3.3)^2) + 0.001 F^4 - 96.5 + offset, F in kHz.
-    const float* athTable() const { return ath.data(); }
-
     // Codes the N coefficients into `codes` and returns the peak to store
     // in front of them (1.0 when all are zero).
     float quantise(const float* coefficients, uint8_t* codes) const;
@@ -36,7 +32,9 @@ private:
 
     int32_t n = 0;
     int32_t half = 0;                   // H = 2^qbits / 2: the code of silence
-    Array<float> ath;                   // dB per index
+    // Threshold in dB per coefficient index:
+    // 3.64 F^-0.8 - 6.5 e^(-0.6 (F - 3.3)^2) + 0.001 F^4 - 96.5 + offset, F in kHz.
+    Array<float> ath;
     Array<float> keepFrom;              // smallest |c| whose level clears ath[i]
     float upBounds[129] = {};           // x >= upBounds[j - 1] gives q >= j, for positive c
     float downBounds[129] = {};         // x >= downBounds[j - 1] gives q <= -j, for negative c

@@ -3,26 +3,24 @@
 // in-memory encoding and decoding with zlib as the reference inflater.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
-#include "OxaFormat.h"
-#include "SampleFormat.h"
+using Bytes = std::vector<uint8_t>;
 
-// Interleaved Int16 frames: a few notes, each a sum of harmonics under an
-// attack/decay envelope, plus a little noise. Fixed by the seed.
+// Interleaved Int16 frames: notes of an eighth of a second, each a sum of
+// harmonics under an attack/decay envelope, plus a little noise. Fixed by the seed.
 std::vector<int16_t> musicLikeSignal(int32_t frames, int32_t channels, uint32_t rate, uint32_t seed);
 
 // X[k] = (4/(2N)) sum x[j] w[j] cos(pi/N (j + 0.5 + N/2)(k + 0.5)) in double,
-// over the 2N samples at `input` (windowed products taken in float).
-std::vector<double> directMdct(const float* input, int32_t n, const float* window);
+// window included, over the 2N samples at `input`.
+std::vector<double> directMdct(const float* input, int32_t n);
 
-// The encoder's quantiser as written: drop when ath > 8.685889 ln|c|,
-// peak normalisation, y = x^0.2 in double, q = floor(y sign m + 0.5) clamped.
-// Returns the peak; `codes` gets N bytes.
-float plainQuantise(const float* coefficients, int32_t n, const float* athTable, int32_t qbits, uint8_t* codes);
-
-using Bytes = std::vector<uint8_t>;
+// One channel's record as the encoder's formulas read: the threshold of
+// hearing per index, drop when ath > 8.685889 ln|c|, peak normalisation,
+// y = x^0.2 in double, q = floor(y sign m + 0.5) clamped. Peak, then N codes.
+Bytes plainRecord(const float* coefficients, int32_t n, uint32_t rate, float athOffset, int32_t qbits);
 
 struct Settings {
     int32_t channels = 2;
@@ -34,10 +32,20 @@ struct Settings {
 
 // A whole stream encoded in one call from Int16 frames.
 Bytes encodeInt16(const std::vector<int16_t>& pcm, const Settings& settings);
-// Everything the decoder delivers as `channels` channels of `format`, 1000 frames per call.
-Bytes decodeAll(const Bytes& stream, int32_t channels, uint32_t format = Int16);
-std::vector<int16_t> asInt16(const Bytes& bytes);
-OxaHeader headerOf(const Bytes& stream);
+// Everything the decoder delivers as `channels` channels of Int16 (int16_t)
+// or Float32 (float) samples, 1000 frames per call.
+template <typename Sample = int16_t>
+std::vector<Sample> decodeAll(const Bytes& stream, int32_t channels);
 // The payload behind the header, inflated by zlib; and the reverse, by zlib's deflate.
 Bytes inflatePayload(const Bytes& stream);
 Bytes withPayload(const Bytes& stream, const Bytes& payload);
+
+template <typename Reference, typename Actual>
+double snrDb(const Reference& reference, const Actual& actual) {
+    double signal = 0, noise = 0;
+    for (size_t i = 0; i < reference.size(); ++i) {
+        signal += double(reference[i]) * reference[i];
+        noise += (double(reference[i]) - actual[i]) * (double(reference[i]) - actual[i]);
+    }
+    return noise == 0 ? 999.0 : 10 * std::log10(signal / noise);
+}
