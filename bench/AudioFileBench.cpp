@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "AudioFile.h"
-#include "Core.h"
 #include "MemoryStream.h"
 #include "SampleFormat.h"
 
@@ -102,12 +101,3 @@ BENCHMARK(read16BitOwnLayout)->Unit(benchmark::kMicrosecond);
 BENCHMARK(read24BitAsInt16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(readFloatAsInt16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(read16BitAsFloat)->Unit(benchmark::kMicrosecond);
-
-int main(int argc, char** argv) {
-    coreInit();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    coreShutdown();
-    return 0;
-}

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <vector>
 
-#include "Core.h"
 #include "DeflateStream.h"
 #include "Mdct.h"
 #include "MemoryStream.h"
@@ -229,12 +228,3 @@ BENCHMARK(encodeTransform)->Unit(benchmark::kMillisecond);
 BENCHMARK(encodeQuantiser)->Unit(benchmark::kMillisecond);
 BENCHMARK(encodeDeflate)->Unit(benchmark::kMillisecond)->Arg(9)->Arg(6)->Arg(1);
 BENCHMARK(encodeDeflateZlibPeer)->Unit(benchmark::kMillisecond)->Arg(9)->Arg(6)->Arg(1);
-
-int main(int argc, char** argv) {
-    coreInit();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    coreShutdown();
-    return 0;
-}

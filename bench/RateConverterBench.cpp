@@ -7,7 +7,6 @@
 #include <cstring>
 #include <vector>
 
-#include "Core.h"
 #include "RateConverter.h"
 #include "SampleFormat.h"
 
@@ -54,12 +53,3 @@ void filtered(benchmark::State& state) { convert(state, true); }
 
 BENCHMARK(unfiltered)->Unit(benchmark::kMicrosecond);
 BENCHMARK(filtered)->Unit(benchmark::kMicrosecond);
-
-int main(int argc, char** argv) {
-    coreInit();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    coreShutdown();
-    return 0;
-}

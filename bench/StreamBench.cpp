@@ -5,12 +5,12 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "BufferedStream.h"
-#include "Core.h"
 #include "FileStream.h"
 
 namespace {
@@ -18,12 +18,14 @@ namespace {
 constexpr int32_t FileBytes = 16 << 20;
 constexpr int32_t BufferBytes = 8192;
 
+// The file is made once and removed when the benchmark process ends.
 std::string benchFile() {
     static std::string path = [] {
         std::string p = "/tmp/oxa-stream-bench-" + std::to_string(getpid());
         FileStream file(p.c_str(), FileWrite | FileCreate | FileTruncate, 7);
         std::vector<uint8_t> bytes(FileBytes, 0x5A);
         file.writeAll(bytes.data(), FileBytes);
+        std::atexit([] { unlink(benchFile().c_str()); });
         return p;
     }();
     return path;
@@ -83,12 +85,3 @@ BENCHMARK(largeRead)->Unit(benchmark::kMillisecond);
 BENCHMARK(smallBufferedReads)->Unit(benchmark::kMillisecond);
 BENCHMARK(largeWrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(smallBufferedWrites)->Unit(benchmark::kMillisecond);
-
-int main(int argc, char** argv) {
-    coreInit();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    unlink(benchFile().c_str());
-    coreShutdown();
-    return 0;
-}
