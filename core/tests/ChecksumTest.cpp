@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstring>
 #include <random>
 
 #include "Checksum.h"
@@ -13,7 +12,8 @@
 TEST(ChecksumTest, crcAndAdlerMatchZlibOverPiecesOfAnySize) {
     std::mt19937 random(7);
     for (size_t length : {0u, 1u, 7u, 8u, 9u, 5551u, 5552u, 5553u, 100000u}) {
-        Bytes data = length == 100000 ? Bytes(length, 0xFF) : randomBytes(length, uint32_t(length));  // 0xFF: the Adler sums' worst case
+        // All 0xFF: the Adler sums' worst case.
+        Bytes data = length == 100000 ? Bytes(length, 0xFF) : randomBytes(length, uint32_t(length));
         uint32_t crc = 0, adler = 1;
         for (size_t at = 0, piece = 0; at < length; at += piece) {
             piece = std::min<size_t>(length - at, random() % 9000);
@@ -35,11 +35,9 @@ TEST(Hash32Test, knownValuesAndTheWordForm) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(hash32(c.text, c.length), c.hash) << c.text;
-    std::mt19937 random(11);
-    for (int i = 0; i < 1000; ++i) {
-        uint32_t word = random() & (i % 2 ? 0xFFFFFFu : 0xFFFFFFFFu);
-        uint8_t bytes[4];
-        std::memcpy(bytes, &word, 4);
-        EXPECT_EQ(hash32Word(word), hash32(bytes, 4));
+    // The word form hashes the word's four bytes, lowest first.
+    for (uint32_t word : {0u, 0x636261u, 0x64636261u, 0xFFFFFFu, 0xFFFFFFFFu, 0x80000001u}) {
+        const uint8_t bytes[4] = {uint8_t(word), uint8_t(word >> 8), uint8_t(word >> 16), uint8_t(word >> 24)};
+        EXPECT_EQ(hash32Word(word), hash32(bytes, 4)) << word;
     }
 }

@@ -73,7 +73,8 @@ TEST(DeflateStreamTest, framingBytesAreExact) {
         ASSERT_TRUE(deflater.writeAll("abc", 3));
     }  // the destructor finishes the stream
     Bytes gzip = bytesOf(output);
-    const Bytes header = {0x1F, 0x8B, 8, 8 + 16, 4, 3, 2, 1, 2, 255, 's', 'o', 'n', 'g', '.', 'o', 'x', 'a', 0, 'h', 'i', 0};
+    const Bytes header = {0x1F, 0x8B, 8, 8 + 16, 4, 3, 2, 1, 2,  255, 's',
+                          'o',  'n',  'g', '.', 'o', 'x', 'a', 0, 'h', 'i', 0};
     ASSERT_GT(gzip.size(), header.size() + 8);
     EXPECT_EQ(Bytes(gzip.begin(), gzip.begin() + long(header.size())), header);
     uint32_t crc = crc32Update(0, "abc", 3);
@@ -100,10 +101,8 @@ TEST(DeflateStreamTest, failedOutputWriteFailsTheStream) {
     Bytes data = randomBytes(200000, 13);
     MemoryStream output;
     output.setWriteLimit(1000);
-    DeflateStream deflater(&output, FramingZlib);
-    uint32_t count = 0;
-    EXPECT_FALSE(deflater.write(data.data(), int32_t(data.size()), count) && deflater.flush());
-    DeflateStream withoutOutput(nullptr, FramingZlib);
-    EXPECT_FALSE(withoutOutput.write(data.data(), 10, count));
+    DeflateStream deflater(&output, FramingZlib), withoutOutput(nullptr, FramingZlib);
+    EXPECT_FALSE(deflater.writeAll(data.data(), int32_t(data.size())) && deflater.flush());
+    EXPECT_FALSE(withoutOutput.writeAll(data.data(), 10));
     EXPECT_FALSE(withoutOutput.flush());
 }

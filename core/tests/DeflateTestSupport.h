@@ -34,8 +34,21 @@ inline Bytes ourDeflate(const Bytes& input, int32_t framing, int32_t level = 9, 
     return bytesOf(output);
 }
 
-// Reads `source` to its end through our InflateStream in reads of `piece` bytes.
-inline bool ourInflate(Stream& source, int32_t framing, Bytes& out, int32_t piece = 65536) {
+// Hands out at most `most` bytes per read, as a pipe might.
+struct TrickleStream : Stream {
+    TrickleStream(const Bytes& b, int32_t most) : bytes(b.data(), int32_t(b.size())), most(most) {}
+    bool read(void* buffer, int32_t length, uint32_t& count) override {
+        return bytes.read(buffer, std::min(length, most), count);
+    }
+    MemoryStream bytes;
+    int32_t most;
+};
+
+// Reads `compressed` to its end through our InflateStream in reads of `piece`
+// bytes, from a source that gives at most `most` bytes at a time.
+inline bool ourInflate(const Bytes& compressed, int32_t framing, Bytes& out, int32_t piece = 65536,
+                       int32_t most = 1 << 30) {
+    TrickleStream source(compressed, most);
     InflateStream inflater(framing);
     if (!inflater.open(&source, nullptr, false))
         return false;
@@ -48,11 +61,6 @@ inline bool ourInflate(Stream& source, int32_t framing, Bytes& out, int32_t piec
         out.insert(out.end(), chunk.begin(), chunk.begin() + count);
     } while (count != 0);
     return true;
-}
-
-inline bool ourInflate(const Bytes& compressed, int32_t framing, Bytes& out, int32_t piece = 65536) {
-    MemoryStream source(compressed.data(), int32_t(compressed.size()));
-    return ourInflate(source, framing, out, piece);
 }
 
 // The system zlib's reading of a stream in our framing. Succeeds only when

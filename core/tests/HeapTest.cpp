@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -102,7 +101,8 @@ TEST(HeapTest, alignmentsAreHonoured) {
         expectConsistent(heap, true);
     }
     Heap heap;
-    for (auto [size, alignment] : {std::pair{size_t(64), 2 * MiB}, {64, 24}, {~size_t(0) - 1000, 8}, {size_t(1) << 60, 8}})
+    for (auto [size, alignment] :
+         {std::pair{size_t(64), 2 * MiB}, {64, 24}, {~size_t(0) - 1000, 8}, {size_t(1) << 60, 8}})
         EXPECT_EQ(heap.allocate(size, alignment), nullptr) << size << " @ " << alignment;
 }
 
@@ -113,27 +113,27 @@ TEST(HeapTest, randomSequencesKeepContentAndInvariants) {
     std::vector<Slot> slots(1500);
     const size_t alignments[] = {8, 8, 8, 16, 16, 32, 64, 4096};
     for (uint32_t step = 1; step <= 30000; step++) {
+        if (step % 2000 == 0)
+            expectConsistent(heap);
         Slot& slot = slots[random() % slots.size()];
         size_t size = randomSize(random);
         ASSERT_TRUE(!slot.memory || patternIntact(slot.memory, slot.size, slot.tag)) << "step " << step;
-        if (!slot.memory) {
-            size_t alignment = alignments[random() % std::size(alignments)];
-            slot = {heap.allocate(size, alignment), size, step};
-            ASSERT_NE(slot.memory, nullptr);
-            ASSERT_TRUE(alignedTo(slot.memory, alignment));
-            fillPattern(slot.memory, size, step);
-        } else if (random() % 8 == 0) {  // resize instead of releasing
-            void* moved = heap.reallocate(slot.memory, size);
-            ASSERT_NE(moved, nullptr);
-            ASSERT_TRUE(patternIntact(moved, std::min(size, slot.size), slot.tag)) << "step " << step;
-            slot = {moved, size, step};
-            fillPattern(moved, size, step);
-        } else {
+        if (slot.memory && random() % 8 != 0) {
             ASSERT_TRUE(heap.release(slot.memory));
             slot = {};
+            continue;
         }
-        if (step % 2000 == 0)
-            expectConsistent(heap);
+        void* memory;
+        if (!slot.memory) {
+            size_t alignment = alignments[random() % std::size(alignments)];
+            memory = heap.allocate(size, alignment);
+            ASSERT_TRUE(memory && alignedTo(memory, alignment));
+        } else {  // one time in eight, resize instead of releasing
+            memory = heap.reallocate(slot.memory, size);
+            ASSERT_TRUE(memory && patternIntact(memory, std::min(size, slot.size), slot.tag)) << "step " << step;
+        }
+        slot = {memory, size, step};
+        fillPattern(memory, size, step);
     }
     HeapStatistics s = heap.statistics();
     EXPECT_GT(s.numSegments, 1u);  // the 17 MiB and larger requests had segments of their own

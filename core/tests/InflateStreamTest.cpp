@@ -15,16 +15,6 @@ namespace {
 
 Bytes corpusFile(const std::string& name) { return readWholeFile(corpusPath("deflate/" + name)); }
 
-// Hands out at most `most` bytes per read, as a pipe might.
-struct TrickleStream : Stream {
-    TrickleStream(const Bytes& b, int32_t most) : bytes(b.data(), int32_t(b.size())), most(most) {}
-    bool read(void* buffer, int32_t length, uint32_t& count) override {
-        return bytes.read(buffer, std::min(length, most), count);
-    }
-    MemoryStream bytes;
-    int32_t most;
-};
-
 // The ZIP key schedule: one update per plain byte.
 void updateKeys(uint32_t keys[3], uint8_t plain) {
     keys[0] = crc32Step(keys[0], plain);
@@ -51,9 +41,8 @@ TEST(InflateStreamTest, corpusStreamsInflateToTheirOriginals) {
             for (auto [piece, most] : {std::pair{1, 1 << 20}, {100, 5}, {65536, 1}, {65536, 1 << 20}}) {
                 SCOPED_TRACE(name.string() + ", framing " + std::to_string(framing) + ", reads of " +
                              std::to_string(piece) + " from " + std::to_string(most));
-                TrickleStream source(compressed, most);
                 Bytes out;
-                ASSERT_TRUE(ourInflate(source, framing, out, piece));
+                ASSERT_TRUE(ourInflate(compressed, framing, out, piece, most));
                 EXPECT_TRUE(out == original);
             }
         }
@@ -87,7 +76,7 @@ TEST(InflateStreamTest, encryptedZipMemberOpensWithKeysFromThePassword) {
     EXPECT_EQ(inflater.checksum(), 0x7e4fbf86u);
 }
 
-TEST(InflateStreamTest, truncatedStreamsAndDamagedHeadersOrTrailersFail) {
+TEST(InflateStreamTest, truncatedOrDamagedStreamsFail) {
     Bytes text = englishLikeText(30000, 21), out;
     for (int32_t framing = FramingRaw; framing <= FramingGzip; ++framing) {
         Bytes whole = ourDeflate(text, framing);
@@ -110,19 +99,18 @@ TEST(InflateStreamTest, truncatedStreamsAndDamagedHeadersOrTrailersFail) {
     Bytes gzip = ourDeflate(text, FramingGzip);
     gzip[3] = 32;  // reserved flag bit
     EXPECT_FALSE(ourInflate(gzip, FramingGzip, out));
-}
 
-TEST(InflateStreamTest, corruptedStreamsNeverCrash) {
+    // Random damage anywhere past the header: the Adler-32 catches what the decoder lets through.
     std::mt19937 random(23);
-    Bytes whole = ourDeflate(englishLikeText(20000, 24), FramingZlib), out;
+    Bytes zlib = ourDeflate(text, FramingZlib);
     int failures = 0;
     for (int round = 0; round < 2000; ++round) {
-        Bytes damaged = whole;
+        Bytes bad = zlib;
         for (int flips = 1 + int(random() % 4); flips > 0; --flips)
-            damaged[2 + random() % (damaged.size() - 2)] ^= uint8_t(1 + random() % 255);
-        failures += !ourInflate(damaged, FramingZlib, out);
+            bad[2 + random() % (bad.size() - 2)] ^= uint8_t(1 + random() % 255);
+        failures += !ourInflate(bad, FramingZlib, out);
     }
-    EXPECT_GT(failures, 1990);  // the Adler-32 catches what the decoder lets through
+    EXPECT_GT(failures, 1990);
 }
 
 // Hand-built blocks with one fault each; zlib must refuse them too.
