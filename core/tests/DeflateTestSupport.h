@@ -1,10 +1,9 @@
-// Helpers shared by the deflate and inflate tests: our streams driven over
+// Helpers shared by the deflate, inflate and checksum tests: our streams over
 // memory, the system zlib as the reference peer, generated inputs.
 #pragma once
 
 #include <zlib.h>
 
-#include <cmath>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -16,82 +15,74 @@
 
 using Bytes = std::vector<uint8_t>;
 
-// Compresses `input` with our DeflateStream, writing it in pieces of `piece` bytes.
-inline Bytes ourDeflate(const Bytes& input, int32_t framing, int32_t level = 9, size_t piece = 65536) {
+inline Bytes bytesOf(const MemoryStream& stream) { return Bytes(stream.data(), stream.data() + stream.length()); }
+
+// Compresses `input` with our DeflateStream in writes of `piece` bytes; empty
+// when a write or the finish fails. `checksum` receives the running checksum.
+inline Bytes ourDeflate(const Bytes& input, int32_t framing, int32_t level = 9, size_t piece = 65536,
+                        uint32_t* checksum = nullptr) {
     MemoryStream output;
-    {
-        DeflateStream deflater(&output, framing);
-        deflater.setLevel(level);
-        for (size_t at = 0; at < input.size(); at += piece) {
-            size_t n = std::min(piece, input.size() - at);
-            if (!deflater.writeAll(input.data() + at, int32_t(n)))
-                return {};
-        }
-        if (!deflater.flush())
+    DeflateStream deflater(&output, framing);
+    deflater.setLevel(level);
+    for (size_t at = 0; at < input.size(); at += piece)
+        if (!deflater.writeAll(input.data() + at, int32_t(std::min(piece, input.size() - at))))
             return {};
-    }
-    return Bytes(output.data(), output.data() + output.length());
+    if (!deflater.flush())
+        return {};
+    if (checksum)
+        *checksum = deflater.checksum();
+    return bytesOf(output);
 }
 
-// Reads `source` to its end through our InflateStream in pieces of `piece` bytes.
-inline bool ourInflate(Stream& source, int32_t framing, Bytes& out, const uint32_t* keys = nullptr,
-                       int32_t piece = 65536) {
+// Hands out at most `most` bytes per read, as a pipe might.
+struct TrickleStream : Stream {
+    TrickleStream(const Bytes& b, int32_t most) : bytes(b.data(), int32_t(b.size())), most(most) {}
+    bool read(void* buffer, int32_t length, uint32_t& count) override {
+        return bytes.read(buffer, std::min(length, most), count);
+    }
+    MemoryStream bytes;
+    int32_t most;
+};
+
+// Reads `compressed` to its end through our InflateStream in reads of `piece`
+// bytes, from a source that gives at most `most` bytes at a time.
+inline bool ourInflate(const Bytes& compressed, int32_t framing, Bytes& out, int32_t piece = 65536,
+                       int32_t most = 1 << 30) {
+    TrickleStream source(compressed, most);
     InflateStream inflater(framing);
-    if (!inflater.open(&source, keys, false))
+    if (!inflater.open(&source, nullptr, false))
         return false;
-    std::vector<uint8_t> chunk(static_cast<size_t>(piece));
+    Bytes chunk(static_cast<size_t>(piece));
     out.clear();
-    for (;;) {
-        uint32_t count = 0;
+    uint32_t count = 0;
+    do {
         if (!inflater.read(chunk.data(), piece, count))
             return false;
-        if (count == 0)
-            return true;
         out.insert(out.end(), chunk.begin(), chunk.begin() + count);
-    }
+    } while (count != 0);
+    return true;
 }
 
-inline bool ourInflate(const Bytes& compressed, int32_t framing, Bytes& out, int32_t piece = 65536) {
-    MemoryStream source(compressed.data(), int32_t(compressed.size()));
-    return ourInflate(source, framing, out, nullptr, piece);
-}
-
-// The system zlib's view of a stream: windowBits -15 raw, 15 zlib, 31 gzip.
-// Succeeds only when the stream ends exactly at the end of `compressed`.
-inline bool zlibInflate(const Bytes& compressed, int windowBits, Bytes& out) {
+// The system zlib's reading of a stream in our framing. Succeeds only when
+// the stream, checksum included, ends exactly at the end of `compressed`.
+inline bool zlibInflate(const Bytes& compressed, int32_t framing, Bytes& out) {
     z_stream z{};
-    if (inflateInit2(&z, windowBits) != Z_OK)
+    if (inflateInit2(&z, framing == FramingZlib ? 15 : framing == FramingGzip ? 31 : -15) != Z_OK)
         return false;
+    z.next_in = const_cast<uint8_t*>(compressed.data());
+    z.avail_in = uInt(compressed.size());
     out.clear();
     uint8_t chunk[65536];
-    z.next_in = const_cast<Bytes::value_type*>(compressed.data());
-    z.avail_in = uInt(compressed.size());
     int status = Z_OK;
-    while (status == Z_OK) {
+    while (status == Z_OK) {  // a stream cut short ends in Z_BUF_ERROR
         z.next_out = chunk;
         z.avail_out = sizeof chunk;
         status = inflate(&z, Z_NO_FLUSH);
         out.insert(out.end(), chunk, chunk + (sizeof chunk - z.avail_out));
-        if (status == Z_BUF_ERROR && z.avail_in == 0)
-            break;
     }
     bool whole = status == Z_STREAM_END && z.avail_in == 0;
     inflateEnd(&z);
     return whole;
-}
-
-inline Bytes zlibDeflate(const Bytes& input, int level, int windowBits) {
-    z_stream z{};
-    deflateInit2(&z, level, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
-    Bytes out(deflateBound(&z, uLong(input.size())) + 64);
-    z.next_in = const_cast<Bytes::value_type*>(input.data());
-    z.avail_in = uInt(input.size());
-    z.next_out = out.data();
-    z.avail_out = uInt(out.size());
-    deflate(&z, Z_FINISH);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
 }
 
 // ---- Generated inputs (fixed seeds) ----
@@ -105,17 +96,14 @@ inline Bytes randomBytes(size_t n, uint32_t seed) {
 }
 
 inline Bytes englishLikeText(size_t n, uint32_t seed) {
-    static const char* words[] = {"the ", "quick ", "brown ", "fox ", "jumps ", "over ", "lazy ", "dog. ",
-                                  "stream ", "window ", "match ", "literal ", "block\n", "Huffman ",
-                                  "distance ", "length ", "codec ", "sample "};
+    static const char* words[] = {"the ",    "quick ",  "brown ",    "fox ",    "jumps ", "over ",
+                                  "lazy ",   "dog. ",   "stream ",   "window ", "match ", "literal ",
+                                  "block\n", "codes ",  "distance ", "length ", "codec ", "sample "};
     std::mt19937 random(seed);
-    Bytes b;
-    while (b.size() < n) {
-        const char* w = words[random() % (sizeof words / sizeof *words)];
-        b.insert(b.end(), w, w + std::char_traits<char>::length(w));
-    }
-    b.resize(n);
-    return b;
+    std::string text;
+    while (text.size() < n)
+        text += words[random() % std::size(words)];
+    return Bytes(text.begin(), text.begin() + long(n));
 }
 
 // Runs of one byte with random lengths, some far longer than a match.
@@ -128,23 +116,10 @@ inline Bytes byteRuns(size_t n, uint32_t seed) {
     return b;
 }
 
-// A 258-byte pattern repeated: every match is as long as the format allows.
+// A pattern of `period` bytes repeated.
 inline Bytes repeatedPattern(size_t n, size_t period) {
     Bytes b(n);
     for (size_t i = 0; i < n; ++i)
         b[i] = uint8_t((i % period) * 7 + 3);
-    return b;
-}
-
-// 16-bit PCM of a decaying chord with a little noise.
-inline Bytes pcmLike(size_t n, uint32_t seed) {
-    std::mt19937 random(seed);
-    Bytes b(n & ~size_t(1));
-    for (size_t i = 0; i + 1 < b.size(); i += 2) {
-        double t = double(i / 2);
-        int v = int(4000 * std::sin(t * 0.031) + 2500 * std::sin(t * 0.047) + int(random() % 64) - 32);
-        b[i] = uint8_t(v);
-        b[i + 1] = uint8_t(v >> 8);
-    }
     return b;
 }

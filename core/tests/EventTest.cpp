@@ -1,5 +1,5 @@
-// Tests of Event: immediate and timed waits, auto and manual reset, wake-up
-// from another thread.
+// Event: immediate and timed waits, auto and manual reset, wake-up from
+// another thread.
 #include <gtest/gtest.h>
 
 #include "Clock.h"
@@ -11,11 +11,9 @@ TEST(EventTest, waitZeroFollowsTheResetMode) {
     Event automatic(true), manual(false);
     EXPECT_FALSE(automatic.wait(0));
     EXPECT_FALSE(manual.wait(0));
-
     automatic.set();
     EXPECT_TRUE(automatic.wait(0));
     EXPECT_FALSE(automatic.wait(0));  // the successful wait cleared it
-
     manual.set();
     EXPECT_TRUE(manual.wait(0));
     EXPECT_TRUE(manual.wait(-1));  // still set
@@ -34,16 +32,14 @@ TEST(EventTest, timedWaitLastsAtLeastTheTimeOut) {
     }
 }
 
-static void setAfterAPause(Thread* thread) {
-    sleepMs(20);
-    reinterpret_cast<Event*>(thread->getUserValue())->set();
-}
-
 TEST(EventTest, setFromAnotherThreadWakesTheWaiter) {
     for (int32_t timeoutMs : {-1, 60000}) {
         Event event(true);
         Thread thread(reinterpret_cast<uint64_t>(&event));
-        thread.setRunDelegate(Thread::RunDelegate::fromFunction(&setAfterAPause));
+        thread.setRunDelegate(Thread::RunDelegate::fromFunction(+[](Thread* self) {
+            sleepMs(20);
+            reinterpret_cast<Event*>(self->getUserValue())->set();
+        }));
         thread.start();
         EXPECT_TRUE(event.wait(timeoutMs));
         EXPECT_FALSE(event.wait(0));
