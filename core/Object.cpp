@@ -9,7 +9,7 @@ namespace {
 
 std::atomic<int32_t> objectCount{0};
 
-struct PropertySpec {
+struct PropertyEntry {
     const char* name;
     PropertyKind kind;
     const char* argument;
@@ -18,7 +18,7 @@ struct PropertySpec {
 struct BuiltInClass {
     const char* name;
     const char* parent;
-    PropertySpec properties[3];
+    PropertyEntry properties[3];
     int32_t propertyCount;
 };
 
@@ -40,16 +40,16 @@ void registerBuiltIn(int32_t starting) {
     ClassRegistry* registry = classRegistry();
     if (!registry)
         return;
-    const BuiltInClass& spec = builtInClasses[Index];
+    const BuiltInClass& entry = builtInClasses[Index];
     if (!starting) {
-        registry->unregisterClass(spec.name);
+        registry->unregisterClass(entry.name);
         return;
     }
-    ClassInfo* info = registry->registerClass(spec.name, spec.parent);
+    ClassInfo* info = registry->registerClass(entry.name, entry.parent);
     if (!info)
         return;
-    for (int32_t i = 0; i < spec.propertyCount; ++i) {
-        const PropertySpec& p = spec.properties[i];
+    for (int32_t i = 0; i < entry.propertyCount; ++i) {
+        const PropertyEntry& p = entry.properties[i];
         int32_t size = p.kind == PropertyKind::ArrayOf ? 16 : 8;
         info->addProperty(p.name, p.kind, size, 8, p.argument);
     }
