@@ -91,6 +91,8 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
         {{"missing.oxa"}, 0, "", "failed to open input: missing.oxa\n"},
     };
     for (const Case& c : cases) {
+        if (c.arguments.back() == "/dev/full" && !exists("/dev/full"))
+            continue;  // a disk that is always full: not every sandbox has one
         ProcessResult result = run(c.arguments);
         std::string shown;
         for (const std::string& a : c.arguments)
