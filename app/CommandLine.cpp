@@ -1,11 +1,11 @@
 // CommandLine: argument parsing and the usage text.
-#include "CommandLine.h"
+#include "app/CommandLine.h"
 
 #include <cstdio>
 #include <cstdlib>
 
-#include "Commands.h"
-#include "Settings.h"
+#include "app/Commands.h"
+#include "app/Settings.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // CommandSupport: output names, the overwrite question, statistics.
-#include "CommandSupport.h"
+#include "app/CommandSupport.h"
 
 #include <cstdio>
 
-#include "FileStream.h"
-#include "Settings.h"
+#include "app/Settings.h"
+#include "core/FileStream.h"
 
 String outputNameFor(const char* extension) {
     if (!settings.outputName.isEmpty())

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "FileStream.h"
-#include "String.h"
+#include "core/FileStream.h"
+#include "core/String.h"
 
 // The input name with `extension`, unless -o gave a name.
 String outputNameFor(const char* extension);

@@ -3,15 +3,15 @@
 // contract names; a failure after the output is created leaves it behind.
 #include <cstdio>
 
-#include "Array.h"
-#include "BufferedStream.h"
-#include "CommandSupport.h"
-#include "Commands.h"
-#include "FileStream.h"
-#include "OxaCodec.h"
-#include "Settings.h"
-#include "SoundSource.h"
-#include "Stopwatch.h"
+#include "app/CommandSupport.h"
+#include "app/Commands.h"
+#include "app/Settings.h"
+#include "audio/SoundSource.h"
+#include "codec/OxaCodec.h"
+#include "core/Array.h"
+#include "core/BufferedStream.h"
+#include "core/FileStream.h"
+#include "core/Stopwatch.h"
 
 namespace {
 

@@ -3,15 +3,15 @@
 // same, deliberately.
 #include <cstdio>
 
-#include "Array.h"
-#include "BufferedStream.h"
-#include "CommandSupport.h"
-#include "Commands.h"
-#include "FileStream.h"
-#include "OxaCodec.h"
-#include "Settings.h"
-#include "Stopwatch.h"
-#include "WaveSink.h"
+#include "app/CommandSupport.h"
+#include "app/Commands.h"
+#include "app/Settings.h"
+#include "audio/WaveSink.h"
+#include "codec/OxaCodec.h"
+#include "core/Array.h"
+#include "core/BufferedStream.h"
+#include "core/FileStream.h"
+#include "core/Stopwatch.h"
 
 namespace {
 constexpr int32_t FramesPerStep = 1024;

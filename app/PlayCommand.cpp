@@ -4,12 +4,12 @@
 // closes, so the device never calls into a closed source.
 #include <cstdio>
 
-#include "Audio.h"
-#include "Commands.h"
-#include "FileStream.h"
-#include "PlayFeed.h"
-#include "Settings.h"
-#include "SoundSource.h"
+#include "app/Commands.h"
+#include "app/PlayFeed.h"
+#include "app/Settings.h"
+#include "audio/Audio.h"
+#include "audio/SoundSource.h"
+#include "core/FileStream.h"
 
 namespace {
 

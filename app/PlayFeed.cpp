@@ -1,8 +1,8 @@
 // PlayFeed: pulls frames from the sound source for the device.
-#include "PlayFeed.h"
+#include "app/PlayFeed.h"
 
-#include "SampleFormat.h"
-#include "SoundSource.h"
+#include "audio/SoundSource.h"
+#include "audio/pcm/SampleFormat.h"
 
 bool playFeed(SoundSource* source, int16_t* buffer, uint32_t frames, const DeviceSettings& settings) {
     source->setOutputFormat(Int16, int32_t(settings.channels));

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "AudioDevice.h"
+#include "audio/AudioDevice.h"
 
 class SoundSource;
 

@@ -1,8 +1,8 @@
 // RunCommand: chooses the command. The first rule that matches decides:
 // -p plays; an input name ending in "wav" (case-sensitive, no dot needed)
 // compresses; -d or -o decompresses; anything else plays.
-#include "Commands.h"
-#include "Settings.h"
+#include "app/Commands.h"
+#include "app/Settings.h"
 
 int runCommand() {
     if (settings.runMode == RunPlay) {

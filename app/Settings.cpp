@@ -1,4 +1,4 @@
 // Settings: the one instance, initialised before main runs.
-#include "Settings.h"
+#include "app/Settings.h"
 
 Settings settings;

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "String.h"
+#include "core/String.h"
 
 enum RunMode : int32_t { RunByFileName = 0, RunDecompress = 1, RunPlay = 2 };
 

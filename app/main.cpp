@@ -2,10 +2,10 @@
 // the runtime down again; the command's status is the exit status.
 #include <cstdlib>
 
-#include "Audio.h"
-#include "CommandLine.h"
-#include "Core.h"
-#include "Settings.h"
+#include "app/CommandLine.h"
+#include "app/Settings.h"
+#include "audio/Audio.h"
+#include "core/Core.h"
 
 namespace {
 

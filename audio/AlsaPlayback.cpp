@@ -1,9 +1,9 @@
 // AlsaPlayback: the ALSA back end of AudioDevice.
-#include "AlsaPlayback.h"
+#include "audio/AlsaPlayback.h"
 
 #include <cerrno>
 
-#include "Thread.h"
+#include "core/Thread.h"
 
 // libasound reports its own troubles (a missing card, an underrun) on standard
 // error; the tool speaks for itself, so those reports are swallowed.

@@ -5,9 +5,9 @@
 
 #include <alsa/asoundlib.h>
 
-#include "Array.h"
-#include "AudioDevice.h"
-#include "PcmApi.h"
+#include "audio/AudioDevice.h"
+#include "audio/PcmApi.h"
+#include "core/Array.h"
 
 class Thread;
 

@@ -1,14 +1,14 @@
 // Audio: start-up and shutdown of the audio system and the device holder.
-#include "Audio.h"
+#include "audio/Audio.h"
 
 #include <atomic>
 
-#include "AlsaPlayback.h"
-#include "Core.h"
-#include "Log.h"
-#include "MixerTables.h"
-#include "NullDevice.h"
-#include "PlayerTables.h"
+#include "audio/AlsaPlayback.h"
+#include "audio/NullDevice.h"
+#include "core/Core.h"
+#include "core/Log.h"
+#include "modplayer/MixerTables.h"
+#include "modplayer/PlayerTables.h"
 
 static std::atomic<int32_t> initCount{0};
 static SharedRef<AudioDevice>* holder = nullptr;

@@ -2,8 +2,8 @@
 // holder and the opening of the playback device. Used by main and the play command.
 #pragma once
 
-#include "AudioDevice.h"
-#include "RefCounted.h"
+#include "audio/AudioDevice.h"
+#include "core/RefCounted.h"
 
 // Reference-counted: only the first call acts (tables, the holder, the log line).
 void audioInit();

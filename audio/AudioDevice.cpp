@@ -1,5 +1,5 @@
 // AudioDevice: the playback device base; callbacks guarded by one mutex.
-#include "AudioDevice.h"
+#include "audio/AudioDevice.h"
 
 #include <cstring>
 

@@ -5,10 +5,10 @@
 
 #include <cstdint>
 
-#include "Delegate.h"
-#include "Mutex.h"
-#include "RefCounted.h"
-#include "String.h"
+#include "core/Delegate.h"
+#include "core/Mutex.h"
+#include "core/RefCounted.h"
+#include "core/String.h"
 
 // What a device reports about itself; every number is 0 while stopped.
 struct DeviceSettings {

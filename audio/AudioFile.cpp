@@ -1,15 +1,15 @@
 // AudioFile, reading side: the header probe and parse, the lazy chunk walk,
 // PCM, float and IMA ADPCM delivery, restart and close.
-#include "AudioFile.h"
+#include "audio/AudioFile.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <new>
 
-#include "OxaCodec.h"
-#include "Stream.h"
-#include "WaveBytes.h"
+#include "audio/WaveBytes.h"
+#include "codec/OxaCodec.h"
+#include "core/Stream.h"
 
 namespace {
 

@@ -11,11 +11,11 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "ImaAdpcm.h"
-#include "RefCounted.h"
-#include "SampleFormat.h"
-#include "Stream.h"
+#include "audio/ImaAdpcm.h"
+#include "audio/pcm/SampleFormat.h"
+#include "core/Array.h"
+#include "core/RefCounted.h"
+#include "core/Stream.h"
 
 class OxaCodec;
 

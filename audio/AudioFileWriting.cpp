@@ -2,9 +2,9 @@
 // patched when the file is closed.
 #include <algorithm>
 
-#include "AudioFile.h"
-#include "Stream.h"
-#include "WaveBytes.h"
+#include "audio/AudioFile.h"
+#include "audio/WaveBytes.h"
+#include "core/Stream.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // ImaAdpcm: nibble and block-body decoding.
-#include "ImaAdpcm.h"
+#include "audio/ImaAdpcm.h"
 
 namespace {
 

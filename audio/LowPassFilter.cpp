@@ -1,5 +1,5 @@
 // LowPassFilter: tap design (windowed sinc).
-#include "LowPassFilter.h"
+#include "audio/LowPassFilter.h"
 
 #include <cmath>
 

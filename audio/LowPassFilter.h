@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "Array.h"
+#include "core/Array.h"
 
 class LowPassFilter {
 public:

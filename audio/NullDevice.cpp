@@ -1,5 +1,5 @@
 // NullDevice: the silent stand-in device.
-#include "NullDevice.h"
+#include "audio/NullDevice.h"
 
 bool NullDevice::start(uint32_t, uint32_t, float) { return false; }
 

@@ -2,7 +2,7 @@
 // opened. It never starts, so nothing is ever rendered or played.
 #pragma once
 
-#include "AudioDevice.h"
+#include "audio/AudioDevice.h"
 
 class NullDevice : public AudioDevice {
 public:

@@ -1,7 +1,7 @@
 // PcmApi: the libasound PCM calls AlsaPlayback makes, forwarded as they are.
-#include "PcmApi.h"
+#include "audio/PcmApi.h"
 
-#include "Clock.h"
+#include "core/Clock.h"
 
 PcmApi& PcmApi::libasound() {
     static PcmApi instance;

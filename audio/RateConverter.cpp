@@ -1,12 +1,12 @@
 // RateConverter: set-up, the fixed-point walk for each sample format, and the
 // history kept between calls.
-#include "RateConverter.h"
+#include "audio/RateConverter.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "LowPassFilter.h"
-#include "Resampler.h"
+#include "audio/LowPassFilter.h"
+#include "audio/Resampler.h"
+#include "core/Array.h"
 
 class RateConverter final : public Resampler {
 public:

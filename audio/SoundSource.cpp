@@ -1,5 +1,5 @@
 // SoundSource: settings, same-rate and converting reads, looping.
-#include "SoundSource.h"
+#include "audio/SoundSource.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "AudioFile.h"
-#include "RateConverter.h"
+#include "audio/AudioFile.h"
+#include "audio/RateConverter.h"
 
 class SoundSource : public AudioFile {
 public:

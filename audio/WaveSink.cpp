@@ -1,5 +1,5 @@
 // WaveSink: writing at the file's rate, or through the rate converter.
-#include "WaveSink.h"
+#include "audio/WaveSink.h"
 
 #include <cstring>
 

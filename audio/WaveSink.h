@@ -9,9 +9,9 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "AudioFile.h"
-#include "RateConverter.h"
+#include "audio/AudioFile.h"
+#include "audio/RateConverter.h"
+#include "core/Array.h"
 
 class WaveSink : public AudioFile {
 public:

@@ -8,9 +8,9 @@
 #include <cstring>
 #include <vector>
 
-#include "AudioFile.h"
-#include "MemoryStream.h"
-#include "SampleFormat.h"
+#include "audio/AudioFile.h"
+#include "audio/pcm/SampleFormat.h"
+#include "core/MemoryStream.h"
 
 namespace {
 

@@ -10,12 +10,12 @@
 #include <cstring>
 #include <vector>
 
-#include "DeflateStream.h"
-#include "Mdct.h"
-#include "MemoryStream.h"
-#include "OxaCodec.h"
-#include "Quantiser.h"
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
+#include "codec/Mdct.h"
+#include "codec/OxaCodec.h"
+#include "codec/Quantiser.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/DeflateStream.h"
 
 namespace {
 

@@ -19,10 +19,10 @@
 #include <string>
 #include <vector>
 
-#include "Core.h"
-#include "DeflateStream.h"
-#include "InflateStream.h"
-#include "MemoryStream.h"
+#include "core/Core.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/DeflateStream.h"
+#include "core/deflate/InflateStream.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "Heap.h"
+#include "core/Heap.h"
 
 namespace {
 

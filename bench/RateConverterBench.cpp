@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "RateConverter.h"
-#include "SampleFormat.h"
+#include "audio/RateConverter.h"
+#include "audio/pcm/SampleFormat.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "BufferedStream.h"
-#include "FileStream.h"
+#include "core/BufferedStream.h"
+#include "core/FileStream.h"
 
 namespace {
 

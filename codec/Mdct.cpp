@@ -13,13 +13,13 @@
 // N/2 points and multiplies by t[k] again: the real part of the result is
 // out[2k], minus its imaginary part is out[N-1-2k]. N = 1 has no FFT point
 // and uses the direct sum.
-#include "Mdct.h"
+#include "codec/Mdct.h"
 
 #include <cmath>
 #include <cstring>
 #include <new>
 
-#include "OxaFormat.h"
+#include "codec/OxaFormat.h"
 
 Mdct* Mdct::create(int32_t length, bool scaled) {
     if (length < 1 || length > 32768 || (length & (length - 1)) != 0)

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "RefCounted.h"
+#include "core/Array.h"
+#include "core/RefCounted.h"
 
 class Mdct final : public RefCounted {
 public:

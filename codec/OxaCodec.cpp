@@ -1,14 +1,14 @@
 // OxaCodec: encoder and decoder of the Oxa stream.
-#include "OxaCodec.h"
+#include "codec/OxaCodec.h"
 
 #include <cmath>
 #include <cstring>
 #include <new>
 
-#include "DeflateStream.h"
-#include "InflateStream.h"
-#include "SampleFormat.h"
-#include "Stream.h"
+#include "audio/pcm/SampleFormat.h"
+#include "core/Stream.h"
+#include "core/deflate/DeflateStream.h"
+#include "core/deflate/InflateStream.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "Mdct.h"
-#include "OxaFormat.h"
-#include "Quantiser.h"
-#include "RefCounted.h"
+#include "codec/Mdct.h"
+#include "codec/OxaFormat.h"
+#include "codec/Quantiser.h"
+#include "core/Array.h"
+#include "core/RefCounted.h"
 
 class DeflateStream;
 class InflateStream;

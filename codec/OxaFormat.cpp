@@ -1,10 +1,10 @@
 // OxaFormat: header record, quantisation law and window of the Oxa stream.
-#include "OxaFormat.h"
+#include "codec/OxaFormat.h"
 
 #include <cmath>
 #include <cstring>
 
-#include "Stream.h"
+#include "core/Stream.h"
 
 namespace {
 

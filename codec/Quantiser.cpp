@@ -1,5 +1,5 @@
 // Quantiser: threshold table, decision bounds and the per-block coder.
-#include "Quantiser.h"
+#include "codec/Quantiser.h"
 
 #include <cmath>
 #include <cstring>

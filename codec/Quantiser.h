@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "Array.h"
+#include "core/Array.h"
 
 class Quantiser {
 public:

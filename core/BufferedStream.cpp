@@ -1,5 +1,5 @@
 // BufferedStream: buffering in front of another stream.
-#include "BufferedStream.h"
+#include "core/BufferedStream.h"
 
 #include <algorithm>
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Stream.h"
+#include "core/Stream.h"
 
 class BufferedStream final : public Stream {
 public:

@@ -1,7 +1,7 @@
 // ClassInfo: reflection records and the class registry.
-#include "ClassInfo.h"
+#include "core/ClassInfo.h"
 
-#include "Object.h"
+#include "core/Object.h"
 
 String Property::typeName() const {
     switch (kind) {

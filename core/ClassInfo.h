@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "Mutex.h"
-#include "String.h"
+#include "core/Array.h"
+#include "core/Mutex.h"
+#include "core/String.h"
 
 enum class PropertyKind : uint8_t {
     Bool, SByte, UShort, UInt, ULong, Float, Double, Name, Text,

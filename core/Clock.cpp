@@ -1,10 +1,10 @@
 // Clock: the runtime's wall-clock millisecond reader and millisecond sleep.
-#include "Clock.h"
+#include "core/Clock.h"
 
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "Stopwatch.h"
+#include "core/Stopwatch.h"
 
 uint32_t nowMs() {
     timeval now;

@@ -1,5 +1,5 @@
 // Core: the runtime's process-wide singletons, in start-up order.
-#include "Core.h"
+#include "core/Core.h"
 
 #include <unistd.h>
 
@@ -9,12 +9,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ClassInfo.h"
-#include "FileStream.h"
-#include "Heap.h"
-#include "Log.h"
-#include "Mutex.h"
-#include "Object.h"
+#include "core/ClassInfo.h"
+#include "core/FileStream.h"
+#include "core/Heap.h"
+#include "core/Log.h"
+#include "core/Mutex.h"
+#include "core/Object.h"
 
 namespace {
 

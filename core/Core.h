@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "String.h"
+#include "core/String.h"
 
 void coreInit(const char* logFileName = nullptr);
 void coreShutdown();

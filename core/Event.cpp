@@ -1,5 +1,5 @@
 // Event: a flag with a condition variable and millisecond time-outs.
-#include "Event.h"
+#include "core/Event.h"
 
 #include <sys/time.h>
 

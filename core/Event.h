@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "Mutex.h"
+#include "core/Mutex.h"
 
 class Event {
 public:

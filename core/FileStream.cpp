@@ -1,5 +1,5 @@
 // FileStream: file access through open64/read/write/lseek64.
-#include "FileStream.h"
+#include "core/FileStream.h"
 
 #include <fcntl.h>
 #include <unistd.h>

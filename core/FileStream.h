@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "Stream.h"
-#include "String.h"
+#include "core/Stream.h"
+#include "core/String.h"
 
 enum FileMode : uint32_t {
     FileRead = 1,

@@ -1,5 +1,5 @@
 // Hash32: word-at-a-time multiply-rotate hash with a final avalanche.
-#include "Hash32.h"
+#include "core/Hash32.h"
 
 uint32_t hash32(const void* bytes, int32_t length) {
     using namespace hash32Detail;

@@ -1,6 +1,6 @@
 // Heap: two-level segregated fit over anonymous mmap segments, and the
 // process heap the global operators use once attachHeap() has run.
-#include "Heap.h"
+#include "core/Heap.h"
 
 #include <sys/mman.h>
 #include <sched.h>

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "Heap.h"
+#include "core/Heap.h"
 
 namespace {
 

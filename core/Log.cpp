@@ -1,5 +1,5 @@
 // Log: dispatching runtime messages to listeners.
-#include "Log.h"
+#include "core/Log.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -4,10 +4,10 @@
 // exists between coreInit and coreShutdown; outside that, logging does nothing.
 #pragma once
 
-#include "Array.h"
-#include "Delegate.h"
-#include "Mutex.h"
-#include "String.h"
+#include "core/Array.h"
+#include "core/Delegate.h"
+#include "core/Mutex.h"
+#include "core/String.h"
 
 using LogListener = Delegate<void(const String& message)>;
 

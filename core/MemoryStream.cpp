@@ -1,5 +1,5 @@
 // MemoryStream: stream over an in-memory byte buffer.
-#include "MemoryStream.h"
+#include "core/MemoryStream.h"
 
 #include <algorithm>
 #include <cstring>

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "Stream.h"
+#include "core/Array.h"
+#include "core/Stream.h"
 
 class MemoryStream final : public Stream {
 public:

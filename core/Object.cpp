@@ -1,9 +1,9 @@
 // Object: built-in classes of the object system and their registration.
-#include "Object.h"
+#include "core/Object.h"
 
 #include <atomic>
 
-#include "ClassInfo.h"
+#include "core/ClassInfo.h"
 
 namespace {
 

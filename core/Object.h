@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "String.h"
+#include "core/Array.h"
+#include "core/String.h"
 
 class Object {
 public:

@@ -3,7 +3,7 @@
 // gets its new extension behind a slash ("song" becomes "song/.oxa").
 #include <string>
 
-#include "String.h"
+#include "core/String.h"
 
 namespace {
 

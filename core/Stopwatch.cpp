@@ -1,7 +1,7 @@
 // Stopwatch: measures elapsed wall-clock time in milliseconds.
-#include "Stopwatch.h"
+#include "core/Stopwatch.h"
 
-#include "Clock.h"
+#include "core/Clock.h"
 
 void Stopwatch::reset() {
     elapsedMs = 0;

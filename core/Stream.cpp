@@ -1,5 +1,5 @@
 // Stream: default behaviour of the abstract byte stream.
-#include "Stream.h"
+#include "core/Stream.h"
 
 #include <algorithm>
 

@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "RefCounted.h"
+#include "core/RefCounted.h"
 
 enum StreamFlag : uint32_t {
     StreamOpen = 1,

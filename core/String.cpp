@@ -1,5 +1,5 @@
 // String: shared UTF-32 text with a cached UTF-8 copy.
-#include "String.h"
+#include "core/String.h"
 
 #include <algorithm>
 #include <atomic>

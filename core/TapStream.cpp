@@ -1,5 +1,5 @@
 // TapStream: a pass-through stream that reports what is read.
-#include "TapStream.h"
+#include "core/TapStream.h"
 
 #include <algorithm>
 #include <cstring>

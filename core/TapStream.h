@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "Delegate.h"
-#include "Stream.h"
+#include "core/Delegate.h"
+#include "core/Stream.h"
 
 class TapStream final : public Stream {
 public:

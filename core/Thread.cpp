@@ -1,5 +1,5 @@
 // Thread: runs a delegate on a POSIX thread of its own.
-#include "Thread.h"
+#include "core/Thread.h"
 
 #include <sched.h>
 

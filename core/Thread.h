@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "Delegate.h"
+#include "core/Delegate.h"
 
 class Thread {
 public:

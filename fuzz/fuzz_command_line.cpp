@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "CommandLine.h"
-#include "Settings.h"
-#include "String.h"
+#include "app/CommandLine.h"
+#include "app/Settings.h"
+#include "core/String.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<std::string> arguments = {"Oxa"};

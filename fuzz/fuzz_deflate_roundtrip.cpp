@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "DeflateStream.h"
-#include "InflateStream.h"
-#include "MemoryStream.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/DeflateStream.h"
+#include "core/deflate/InflateStream.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2)

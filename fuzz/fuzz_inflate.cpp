@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "InflateStream.h"
-#include "MemoryStream.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/InflateStream.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1)

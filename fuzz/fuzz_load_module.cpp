@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "MemoryStream.h"
-#include "ModuleLoader.h"
+#include "core/MemoryStream.h"
+#include "modplayer/ModuleLoader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > (1u << 22))

@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <cstring>
 
-#include "DeflateStream.h"
-#include "MemoryStream.h"
-#include "OxaCodec.h"
-#include "OxaFormat.h"
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
+#include "codec/OxaCodec.h"
+#include "codec/OxaFormat.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/DeflateStream.h"
 
 namespace {
 

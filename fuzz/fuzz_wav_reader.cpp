@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "AudioFile.h"
-#include "MemoryStream.h"
-#include "SampleFormat.h"
-#include "SoundSource.h"
+#include "audio/AudioFile.h"
+#include "audio/SoundSource.h"
+#include "audio/pcm/SampleFormat.h"
+#include "core/MemoryStream.h"
 
 namespace {
 

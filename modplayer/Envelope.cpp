@@ -1,5 +1,5 @@
 // Envelope: evaluation of an instrument envelope at a tick.
-#include "Envelope.h"
+#include "modplayer/Envelope.h"
 
 namespace mod {
 

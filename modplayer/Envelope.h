@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "Array.h"
+#include "core/Array.h"
 
 namespace mod {
 

@@ -1,5 +1,5 @@
 // MixerTables: the module mixer's lookup tables.
-#include "MixerTables.h"
+#include "modplayer/MixerTables.h"
 
 #include <cmath>
 

@@ -1,10 +1,10 @@
 // ModFormat: the channel-tag table and the period-to-note lookup.
-#include "ModFormat.h"
+#include "modplayer/ModFormat.h"
 
 #include <array>
 #include <cstring>
 
-#include "PatternCell.h"
+#include "modplayer/PatternCell.h"
 
 namespace mod {
 

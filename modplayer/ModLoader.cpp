@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "ModFormat.h"
-#include "ModuleLoader.h"
+#include "modplayer/ModFormat.h"
+#include "modplayer/ModuleLoader.h"
 
 namespace mod {
 

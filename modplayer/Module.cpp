@@ -1,5 +1,5 @@
 // Module: the empty state every load starts from.
-#include "Module.h"
+#include "modplayer/Module.h"
 
 namespace mod {
 

@@ -5,11 +5,11 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "ModuleInstrument.h"
-#include "ModuleSample.h"
-#include "PatternCell.h"
-#include "String.h"
+#include "core/Array.h"
+#include "core/String.h"
+#include "modplayer/ModuleInstrument.h"
+#include "modplayer/ModuleSample.h"
+#include "modplayer/PatternCell.h"
 
 namespace mod {
 

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "Envelope.h"
-#include "String.h"
+#include "core/Array.h"
+#include "core/String.h"
+#include "modplayer/Envelope.h"
 
 namespace mod {
 

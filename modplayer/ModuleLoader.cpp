@@ -1,5 +1,5 @@
 // loadModule: dispatch to the format loaders, with format detection by trial.
-#include "ModuleLoader.h"
+#include "modplayer/ModuleLoader.h"
 
 namespace mod {
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "Module.h"
-#include "Stream.h"
+#include "core/Stream.h"
+#include "modplayer/Module.h"
 
 namespace mod {
 

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "RefCounted.h"
-#include "SampleData.h"
-#include "String.h"
+#include "core/RefCounted.h"
+#include "core/String.h"
+#include "modplayer/SampleData.h"
 
 namespace mod {
 

@@ -1,10 +1,10 @@
 // PlayerTables: computes the module player's lookup tables from their rules.
-#include "PlayerTables.h"
+#include "modplayer/PlayerTables.h"
 
 #include <cmath>
 #include <cstring>
 
-#include "QuickSort.h"
+#include "modplayer/QuickSort.h"
 
 uint32_t linearFrequency[linearPeriodCount];
 uint32_t linearFrequencyReversed[linearPeriodCount];

@@ -1,9 +1,9 @@
 // quickSort: Hoare-partition quicksort on 16-bit values with a depth guard.
-#include "QuickSort.h"
+#include "modplayer/QuickSort.h"
 
 #include <utility>
 
-#include "Core.h"
+#include "core/Core.h"
 
 static constexpr int32_t maximumSortDepth = 256;
 

@@ -1,12 +1,12 @@
 // SampleData: conversion of loader bytes to 16-bit frames, loop repair and
 // unrolling, and loop wrapping of play positions.
-#include "SampleData.h"
+#include "modplayer/SampleData.h"
 
 #include <climits>
 #include <cstring>
 #include <utility>
 
-#include "MixerTables.h"
+#include "modplayer/MixerTables.h"
 
 namespace mod {
 

@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
-#include "Array.h"
-#include "RefCounted.h"
-#include "SampleFormat.h"
+#include "core/Array.h"
+#include "core/RefCounted.h"
+#include "modplayer/SampleFormat.h"
 
 namespace mod {
 

@@ -1,7 +1,7 @@
 // Module::scanSubsongs: finds the stretches of the order list that can only
 // be reached from their own start, the way pattern breaks and position jumps
 // move through the song.
-#include "Module.h"
+#include "modplayer/Module.h"
 
 namespace mod {
 

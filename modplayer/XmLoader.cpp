@@ -1,7 +1,7 @@
 // loadXm: the XM loader's entry point. XM files are not read yet, so it
 // refuses every stream without touching it; automatic detection then goes
 // on to the next format.
-#include "ModuleLoader.h"
+#include "modplayer/ModuleLoader.h"
 
 namespace mod {
 

@@ -2,9 +2,9 @@
 // text on standard output, exit status 0; and the values the parser stores.
 #include <gtest/gtest.h>
 
-#include "CommandLine.h"
-#include "ProcessRunner.h"
-#include "Settings.h"
+#include "app/CommandLine.h"
+#include "app/Settings.h"
+#include "app/tests/ProcessRunner.h"
 
 TEST(CommandLineTest, syntaxErrorsPrintTheirMessagesThenTheUsage) {
     struct Case {

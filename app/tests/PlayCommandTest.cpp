@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "ProcessRunner.h"
-#include "TestSupport.h"
+#include "app/tests/ProcessRunner.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // ProcessRunner: fork, exec and capture.
-#include "ProcessRunner.h"
+#include "app/tests/ProcessRunner.h"
 
 #include <fcntl.h>
 #include <poll.h>

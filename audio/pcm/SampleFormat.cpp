@@ -1,5 +1,5 @@
 // SampleFormat: decoding, encoding and conversion of PCM samples.
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
 
 #include <cmath>
 #include <cstring>

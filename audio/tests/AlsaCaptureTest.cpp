@@ -11,10 +11,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "AlsaPlayback.h"
-#include "Clock.h"
-#include "Event.h"
-#include "TestSupport.h"
+#include "audio/AlsaPlayback.h"
+#include "core/Clock.h"
+#include "core/Event.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "AlsaPlayback.h"
-#include "Clock.h"
+#include "audio/AlsaPlayback.h"
+#include "core/Clock.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <cstring>
 
-#include "AudioFile.h"
-#include "TestSupport.h"
-#include "WavBuilder.h"
+#include "audio/AudioFile.h"
+#include "audio/tests/WavBuilder.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

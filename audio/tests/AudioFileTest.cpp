@@ -1,9 +1,9 @@
 // Tests of AudioFile's reader on generated RIFF/WAVE bytes.
 #include <gtest/gtest.h>
 
-#include "AudioFile.h"
-#include "SampleFormat.h"
-#include "WavBuilder.h"
+#include "audio/AudioFile.h"
+#include "audio/pcm/SampleFormat.h"
+#include "audio/tests/WavBuilder.h"
 
 // Every file layout read in several layouts and call sizes gives the frames
 // of one big read, and those equal convertSamples applied to the raw data.

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "AudioFile.h"
-#include "SampleFormat.h"
-#include "TestSupport.h"
-#include "WavBuilder.h"
+#include "audio/AudioFile.h"
+#include "audio/pcm/SampleFormat.h"
+#include "audio/tests/WavBuilder.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "Audio.h"
-#include "Log.h"
-#include "MixerTables.h"
-#include "NullDevice.h"
+#include "audio/Audio.h"
+#include "audio/NullDevice.h"
+#include "core/Log.h"
+#include "modplayer/MixerTables.h"
 
 namespace {
 

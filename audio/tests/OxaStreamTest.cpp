@@ -4,10 +4,10 @@
 
 #include <cmath>
 
-#include "AudioFile.h"
-#include "OxaCodec.h"
-#include "SoundSource.h"
-#include "WavBuilder.h"
+#include "audio/AudioFile.h"
+#include "audio/SoundSource.h"
+#include "audio/tests/WavBuilder.h"
+#include "codec/OxaCodec.h"
 
 TEST(OxaStream, readsThroughTheDecoderAndRestarts) {
     const int32_t frames = 10000;

@@ -5,9 +5,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "RateConverter.h"
-#include "SampleFormat.h"
-#include "WavBuilder.h"
+#include "audio/RateConverter.h"
+#include "audio/pcm/SampleFormat.h"
+#include "audio/tests/WavBuilder.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Tests of SoundSource: zero fill, looping, converting reads and settings.
 #include <gtest/gtest.h>
 
-#include "RateConverter.h"
-#include "SoundSource.h"
-#include "WavBuilder.h"
+#include "audio/RateConverter.h"
+#include "audio/SoundSource.h"
+#include "audio/tests/WavBuilder.h"
 
 using OpenSource = OpenedWav<SoundSource>;
 

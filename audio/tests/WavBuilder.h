@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "AudioFile.h"
-#include "MemoryStream.h"
-#include "RateConverter.h"
+#include "audio/AudioFile.h"
+#include "audio/RateConverter.h"
+#include "core/MemoryStream.h"
 
 using Bytes = std::vector<uint8_t>;
 

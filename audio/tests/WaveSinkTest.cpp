@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "WavBuilder.h"
-#include "WaveSink.h"
+#include "audio/WaveSink.h"
+#include "audio/tests/WavBuilder.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // first, so they measure our code on our own heap as the tool runs it.
 #include <benchmark/benchmark.h>
 
-#include "Core.h"
+#include "core/Core.h"
 
 int main(int argc, char** argv) {
     coreInit();

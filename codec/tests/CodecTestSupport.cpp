@@ -1,6 +1,6 @@
 // Generated signals, the plain evaluation of the encoder's formulas and
 // in-memory encoding and decoding.
-#include "CodecTestSupport.h"
+#include "codec/tests/CodecTestSupport.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,10 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include "MemoryStream.h"
-#include "OxaCodec.h"
-#include "OxaFormat.h"
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
+#include "codec/OxaCodec.h"
+#include "codec/OxaFormat.h"
+#include "core/MemoryStream.h"
 
 std::vector<int16_t> musicLikeSignal(int32_t frames, int32_t channels, uint32_t rate, uint32_t seed) {
     std::mt19937 random(seed);

@@ -5,9 +5,9 @@
 #include <random>
 #include <vector>
 
-#include "CodecTestSupport.h"
-#include "Mdct.h"
-#include "RefCounted.h"
+#include "codec/Mdct.h"
+#include "codec/tests/CodecTestSupport.h"
+#include "core/RefCounted.h"
 
 TEST(Mdct, matchesTheDirectSumAndOverlapAddsAtUnityGain) {
     std::mt19937 random(7);

@@ -7,10 +7,10 @@
 #include <cstring>
 #include <vector>
 
-#include "CodecTestSupport.h"
-#include "Mdct.h"
-#include "OxaFormat.h"
-#include "RefCounted.h"
+#include "codec/Mdct.h"
+#include "codec/OxaFormat.h"
+#include "codec/tests/CodecTestSupport.h"
+#include "core/RefCounted.h"
 
 TEST(OxaCodec, roundTripKeepsTimeAndLevel) {
     struct Case { int32_t window; uint8_t qbits; double minSnr; };

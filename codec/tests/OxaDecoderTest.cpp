@@ -5,11 +5,11 @@
 #include <cstring>
 #include <vector>
 
-#include "CodecTestSupport.h"
-#include "MemoryStream.h"
-#include "OxaCodec.h"
-#include "OxaFormat.h"
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
+#include "codec/OxaCodec.h"
+#include "codec/OxaFormat.h"
+#include "codec/tests/CodecTestSupport.h"
+#include "core/MemoryStream.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
-#include "CodecTestSupport.h"
-#include "Quantiser.h"
+#include "codec/Quantiser.h"
+#include "codec/tests/CodecTestSupport.h"
 
 TEST(Quantiser, boundariesOfThePowerLawMatchThePlainFormulas) {
     std::mt19937 random(5);

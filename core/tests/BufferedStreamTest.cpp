@@ -4,11 +4,11 @@
 #include <random>
 #include <vector>
 
-#include "BufferedStream.h"
-#include "FileStream.h"
-#include "MemoryStream.h"
-#include "TapStream.h"
-#include "TestSupport.h"
+#include "core/BufferedStream.h"
+#include "core/FileStream.h"
+#include "core/MemoryStream.h"
+#include "core/TapStream.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

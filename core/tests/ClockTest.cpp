@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "Clock.h"
-#include "Stopwatch.h"
+#include "core/Clock.h"
+#include "core/Stopwatch.h"
 
 static std::vector<uint32_t> naps;
 

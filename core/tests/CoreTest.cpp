@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "ClassInfo.h"
-#include "Core.h"
-#include "Log.h"
-#include "Object.h"
-#include "TestSupport.h"
+#include "core/ClassInfo.h"
+#include "core/Core.h"
+#include "core/Log.h"
+#include "core/Object.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 // another thread.
 #include <gtest/gtest.h>
 
-#include "Clock.h"
-#include "Event.h"
-#include "Stopwatch.h"
-#include "Thread.h"
+#include "core/Clock.h"
+#include "core/Event.h"
+#include "core/Stopwatch.h"
+#include "core/Thread.h"
 
 TEST(EventTest, waitZeroFollowsTheResetMode) {
     Event automatic(true), manual(false);

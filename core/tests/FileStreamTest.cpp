@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "FileStream.h"
-#include "TestSupport.h"
+#include "core/FileStream.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

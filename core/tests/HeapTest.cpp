@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "Heap.h"
+#include "core/Heap.h"
 
 namespace {
 

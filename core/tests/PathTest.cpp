@@ -1,7 +1,7 @@
 // Path helpers against the rules, quirks included.
 #include <gtest/gtest.h>
 
-#include "String.h"
+#include "core/String.h"
 
 TEST(PathTest, normalizePathCases) {
     struct Case { const char* in; const char* out; } cases[] = {

@@ -1,7 +1,7 @@
 // String: UTF-8 in and out, sharing, and the operations the tool relies on.
 #include <gtest/gtest.h>
 
-#include "String.h"
+#include "core/String.h"
 
 TEST(StringTest, emptyStringHasEmptyText) {
     String empty;

@@ -3,9 +3,9 @@
 
 #include <atomic>
 
-#include "Clock.h"
-#include "Event.h"
-#include "Thread.h"
+#include "core/Clock.h"
+#include "core/Event.h"
+#include "core/Thread.h"
 
 namespace {
 

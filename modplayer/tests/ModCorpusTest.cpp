@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "MemoryStream.h"
-#include "ModuleLoader.h"
-#include "TestSupport.h"
+#include "core/MemoryStream.h"
+#include "core/tests/support/TestSupport.h"
+#include "modplayer/ModuleLoader.h"
 
 using namespace mod;
 

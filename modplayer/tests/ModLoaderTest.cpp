@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "MemoryStream.h"
-#include "ModFormat.h"
-#include "ModuleLoader.h"
+#include "core/MemoryStream.h"
+#include "modplayer/ModFormat.h"
+#include "modplayer/ModuleLoader.h"
 
 using namespace mod;
 

@@ -7,8 +7,8 @@
 #include <functional>
 #include <vector>
 
-#include "MixerTables.h"
-#include "PlayerTables.h"
+#include "modplayer/MixerTables.h"
+#include "modplayer/PlayerTables.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "Envelope.h"
-#include "SampleData.h"
+#include "modplayer/Envelope.h"
+#include "modplayer/SampleData.h"
 
 using namespace mod;
 

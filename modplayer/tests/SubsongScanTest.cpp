@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "Module.h"
+#include "modplayer/Module.h"
 
 using namespace mod;
 

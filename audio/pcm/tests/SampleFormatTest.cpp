@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "SampleFormat.h"
+#include "audio/pcm/SampleFormat.h"
 
 namespace {
 

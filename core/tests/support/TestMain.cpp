@@ -2,7 +2,7 @@
 // tests run on our own heap exactly as the tool does.
 #include <gtest/gtest.h>
 
-#include "Core.h"
+#include "core/Core.h"
 
 int main(int argc, char** argv) {
     coreInit();

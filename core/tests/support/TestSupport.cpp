@@ -1,5 +1,5 @@
 // Helpers shared by the test binaries.
-#include "TestSupport.h"
+#include "core/tests/support/TestSupport.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -6,10 +6,10 @@
 #include <random>
 #include <string>
 
-#include "BitWriter.h"
-#include "Checksum.h"
-#include "DeflateTestSupport.h"
-#include "TestSupport.h"
+#include "core/deflate/BitWriter.h"
+#include "core/deflate/Checksum.h"
+#include "core/deflate/tests/DeflateTestSupport.h"
+#include "core/tests/support/TestSupport.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // InflateTable: canonical code assignment into root and sub tables.
-#include "InflateTable.h"
+#include "core/deflate/InflateTable.h"
 
 namespace inflateTable {
 

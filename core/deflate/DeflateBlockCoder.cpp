@@ -1,6 +1,6 @@
 // DeflateBlockCoder: block type choice by exact size, dynamic code header,
 // token emission.
-#include "DeflateBlockCoder.h"
+#include "core/deflate/DeflateBlockCoder.h"
 
 #include <algorithm>
 #include <cstring>

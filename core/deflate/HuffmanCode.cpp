@@ -1,6 +1,6 @@
 // HuffmanCode: two-queue Huffman construction over sorted counts, then a
 // Kraft-sum repair that caps the depth, then canonical code assignment.
-#include "HuffmanCode.h"
+#include "core/deflate/HuffmanCode.h"
 
 #include <algorithm>
 #include <cstring>

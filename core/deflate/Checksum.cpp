@@ -1,5 +1,5 @@
 // Checksum: table-driven CRC-32 (eight bytes per step) and Adler-32.
-#include "Checksum.h"
+#include "core/deflate/Checksum.h"
 
 #include <array>
 #include <cstring>

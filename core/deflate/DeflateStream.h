@@ -5,11 +5,11 @@
 
 #include <cstdint>
 
-#include "BitWriter.h"
-#include "DeflateBlockCoder.h"
-#include "DeflateFormat.h"
-#include "Stream.h"
-#include "String.h"
+#include "core/Stream.h"
+#include "core/String.h"
+#include "core/deflate/BitWriter.h"
+#include "core/deflate/DeflateBlockCoder.h"
+#include "core/deflate/DeflateFormat.h"
 
 class DeflateStream final : public Stream {
 public:

@@ -1,12 +1,12 @@
 // DeflateStream: window, hash chains, lazy match parsing, framing.
-#include "DeflateStream.h"
+#include "core/deflate/DeflateStream.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "Checksum.h"
-#include "Hash32.h"
+#include "core/Hash32.h"
+#include "core/deflate/Checksum.h"
 
 using namespace deflateFormat;
 

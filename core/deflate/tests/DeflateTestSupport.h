@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "DeflateStream.h"
-#include "InflateStream.h"
-#include "MemoryStream.h"
+#include "core/MemoryStream.h"
+#include "core/deflate/DeflateStream.h"
+#include "core/deflate/InflateStream.h"
 
 using Bytes = std::vector<uint8_t>;
 

@@ -10,9 +10,9 @@
 
 #include <cstdint>
 
-#include "BitWriter.h"
-#include "DeflateFormat.h"
-#include "HuffmanCode.h"
+#include "core/deflate/BitWriter.h"
+#include "core/deflate/DeflateFormat.h"
+#include "core/deflate/HuffmanCode.h"
 
 namespace deflateFormat {
 

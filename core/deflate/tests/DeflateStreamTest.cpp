@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "Checksum.h"
-#include "DeflateTestSupport.h"
-#include "TestSupport.h"
+#include "core/deflate/Checksum.h"
+#include "core/deflate/tests/DeflateTestSupport.h"
+#include "core/tests/support/TestSupport.h"
 
 TEST(DeflateStreamTest, zlibAndOurInflateReadBackEveryFramingAndLevel) {
     Bytes mixed = englishLikeText(40000, 5), noise = randomBytes(30000, 6);

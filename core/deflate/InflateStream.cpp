@@ -1,14 +1,14 @@
 // InflateStream: framing checks, the block state machine, table-driven
 // symbol decoding with a fast path, ZIP decryption through a TapStream.
-#include "InflateStream.h"
+#include "core/deflate/InflateStream.h"
 
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <new>
 
-#include "Checksum.h"
-#include "InflateTable.h"
+#include "core/deflate/Checksum.h"
+#include "core/deflate/InflateTable.h"
 
 using namespace deflateFormat;
 using namespace inflateTable;

@@ -7,9 +7,9 @@
 
 #include <cstdint>
 
-#include "DeflateFormat.h"
-#include "Stream.h"
-#include "TapStream.h"
+#include "core/Stream.h"
+#include "core/TapStream.h"
+#include "core/deflate/DeflateFormat.h"
 
 class InflateStream final : public Stream {
 public:

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Stream.h"
+#include "core/Stream.h"
 
 class BitWriter {
 public:
