@@ -15,7 +15,7 @@ struct EnvelopePoint {
 
 struct Envelope {
     Array<EnvelopePoint> points;
-    uint8_t flags = 0;  // on, sustain and loop bits as the loader stores them
+    uint8_t flags = 0;  // envelopeOn, envelopeSustain, envelopeLoop (EffectCodes.h)
     uint8_t sustainPoint = 0;
     uint8_t loopStartPoint = 0;
     uint8_t loopEndPoint = 0;

@@ -16,6 +16,15 @@ struct ModuleInstrument {
     uint8_t noteToSample[128] = {};   // note -> position in sampleIndices
     Envelope volumeEnvelope;
     Envelope panningEnvelope;
+    // XM: how fast the volume fades after key off (subtracted per tick from
+    // a fade level of 65536); 0 = no fade.
+    uint16_t fadeout = 0;
+    // XM auto-vibrato: waveform (0 sine, 1 square, 2 ramp down, 3 ramp up),
+    // ticks until full depth, depth and speed.
+    uint8_t vibratoType = 0;
+    uint8_t vibratoSweep = 0;
+    uint8_t vibratoDepth = 0;
+    uint8_t vibratoRate = 0;
 };
 
 }  // namespace mod
