@@ -2,16 +2,18 @@
 #include "core/BufferedStream.h"
 
 #include <algorithm>
+#include <new>
 
 BufferedStream::BufferedStream(Stream* innerStream, int32_t size) : inner(innerStream), bufferSize(size > 0 ? size : 1) {
     capabilities = inner ? inner->flags() : 0;
     if (capabilities & StreamSeekable)
         bufferStart = inner->tell();
+    // A buffer that cannot be had leaves that direction failing, not the process.
     if (capabilities & StreamReadable)
-        readBuffer = new uint8_t[size_t(bufferSize)];
+        readBuffer = new (std::nothrow) uint8_t[size_t(bufferSize)];
     if (capabilities & StreamWritable) {
-        writeBuffer = new uint8_t[size_t(bufferSize)];
-        writeCapacity = bufferSize;
+        writeBuffer = new (std::nothrow) uint8_t[size_t(bufferSize)];
+        writeCapacity = writeBuffer ? bufferSize : 0;
     }
 }
 
