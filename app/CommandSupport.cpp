@@ -42,6 +42,17 @@ bool openCommandFiles(FileStream& input, FileStream& output, const String& outpu
     return true;
 }
 
+bool finishOutput(BufferedStream& buffered, FileStream& output) {
+    const bool flushed = buffered.close();
+    const bool closed = output.close();
+    return flushed && closed;
+}
+
+bool reportWriteFailure(const String& outputName) {
+    std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
+    return false;
+}
+
 int64_t fileSize(const String& name) {
     FileStream file(name, FileRead, 7);
     int64_t size = file.size();

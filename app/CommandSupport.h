@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "core/BufferedStream.h"
 #include "core/FileStream.h"
 #include "core/String.h"
 
@@ -17,6 +18,14 @@ bool mayWriteOutput(const String& outputName);
 // Opens the input for reading, asks before overwriting and creates the
 // output, printing each failure on its stream. True when both are open.
 bool openCommandFiles(FileStream& input, FileStream& output, const String& outputName);
+
+// The last writes of a command: what the buffer still holds, then the close
+// of the file, where some file systems first report that the disk is full.
+// True when every byte reached the file.
+bool finishOutput(BufferedStream& buffered, FileStream& output);
+
+// "failed to write <output name>" on standard error; always false.
+bool reportWriteFailure(const String& outputName);
 
 // Size of a file in bytes, 0 when it cannot be opened.
 int64_t fileSize(const String& name);

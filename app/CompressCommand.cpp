@@ -70,8 +70,10 @@ bool compressCommand() {
     if (settings.verbose)
         echoSettings();
 
+    // Without room for the samples nothing can be written.
     Array<int16_t> samples;
-    samples.resize(FramesPerStep * channels);
+    if (!samples.resize(FramesPerStep * channels))
+        return reportWriteFailure(outputName);
     for (;;) {
         uint32_t framesRead = 0;
         if (!source.read(samples.data(), FramesPerStep, framesRead)) {
@@ -80,21 +82,16 @@ bool compressCommand() {
         }
         if (framesRead == 0)
             break;
-        if (!codec.encode(samples.data(), int32_t(framesRead), channels, Int16)) {
-            std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
-            return false;
-        }
+        if (!codec.encode(samples.data(), int32_t(framesRead), channels, Int16))
+            return reportWriteFailure(outputName);
     }
     // Most of the payload reaches the file only when the encoder closes, so a
     // full disk shows up here: it is reported as the write failure it is.
-    if (!codec.close() || !buffered.flush()) {
-        std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
-        return false;
-    }
+    if (!codec.close() || !finishOutput(buffered, output))
+        return reportWriteFailure(outputName);
     if (!settings.verbose)
         return true;
 
-    output.close();
     uint32_t elapsed = timer.stop();
     int64_t inputBytes = input.size();
     int64_t outputBytes = fileSize(outputName);

@@ -41,8 +41,10 @@ bool decompressCommand() {
     if (!wav.create(&buffered, Int16, decoder.sampleRate(), channels, 1))
         std::printf("failed to create output: %s\n", outputName.c_str());
 
+    // Without room for the samples nothing can be written.
     Array<int16_t> samples;
-    samples.resize(FramesPerStep * channels);
+    if (!samples.resize(FramesPerStep * channels))
+        return reportWriteFailure(outputName);
     for (;;) {
         uint32_t frames = 0;
         if (!decoder.decode(samples.data(), FramesPerStep, channels, Int16, frames)) {
@@ -52,16 +54,17 @@ bool decompressCommand() {
         if (frames == 0)
             break;
         uint32_t written = 0;
-        if (!wav.write(samples.data(), int32_t(frames), written)) {
-            std::fprintf(stderr, "failed to write %s\n", outputName.c_str());
-            return false;
-        }
+        if (!wav.write(samples.data(), int32_t(frames), written))
+            return reportWriteFailure(outputName);
     }
+    // A short stream is still all in the buffer here, header included: the
+    // size patch, the flush and the close are where a full disk shows.
+    if (!wav.close() || !finishOutput(buffered, output))
+        return reportWriteFailure(outputName);
     if (settings.verbose) {
-        buffered.flush();
         uint32_t elapsed = timer.stop();
         int64_t inputBytes = input.size();
-        int64_t outputBytes = output.size();
+        int64_t outputBytes = fileSize(outputName);
         double ratio = outputBytes > 0 ? 100.0 * double(inputBytes) / double(outputBytes) : 0.0;
         printStatistics(ratio, inputBytes, decoder.duration(), "decompressed", elapsed);
     }
