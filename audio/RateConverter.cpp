@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int32_t MaxChannels = 256;
-
 // Per-format loading, interpolation at a 1/65536 fraction, and storing.
 struct Int8Sample {
     using Value = int32_t;
@@ -92,8 +90,8 @@ void RateConverter::setOption(uint32_t flag, uint32_t) {
 }
 
 bool RateConverter::usable() const {
-    return inputRate != 0 && outputRate != 0 && channels >= 1 && channels <= MaxChannels && format >= Int8 &&
-           format <= Float32;
+    return inputRate != 0 && outputRate != 0 && uint64_t(inputRate) <= uint64_t(outputRate) * MaxOversampling &&
+           channels >= 1 && channels <= MaxChannels && format >= Int8 && format <= Float32;
 }
 
 int32_t RateConverter::frameBytes() const { return bytesPerSample(format) * channels; }

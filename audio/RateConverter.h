@@ -17,6 +17,13 @@
 
 class RateConverter final : public Resampler {
 public:
+    static constexpr int32_t MaxChannels = 256;
+    // Lowering the rate costs K sub-samples per output sample, each through a
+    // filter of 8K taps, and K input frames of buffer per output frame. Rates
+    // further apart than this are not converted: the output is silent. 128
+    // covers a 1 MHz recording played at 8 kHz.
+    static constexpr uint32_t MaxOversampling = 128;
+
     RateConverter() = default;
     RateConverter(const RateConverter&) = delete;
     RateConverter& operator=(const RateConverter&) = delete;

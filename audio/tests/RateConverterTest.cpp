@@ -51,6 +51,24 @@ TEST(RateConverter, setUpFigures) {
     }
 }
 
+// Lowering the rate costs K sub-samples through 8K filter taps each: past
+// the limit nothing is converted and nothing is asked for.
+TEST(RateConverter, ratesTooFarApartGiveSilence) {
+    for (uint32_t factor : {RateConverter::MaxOversampling, RateConverter::MaxOversampling + 1}) {
+        RateConverter converter;
+        setUp(converter, Int16, 2, 8000 * factor, 8000, true);
+        const bool converts = factor <= RateConverter::MaxOversampling;
+        EXPECT_EQ(converter.oversamplingFactor(), converts ? int32_t(factor) : 1) << factor;
+        EXPECT_EQ(converter.inputFramesFor(10) > 0, converts) << factor;
+        int16_t output[20];
+        std::memset(output, 0x55, sizeof output);
+        converter.process(output, 10);
+        if (!converts) {
+            EXPECT_EQ(output[0] | output[19], 0) << factor;
+        }
+    }
+}
+
 TEST(RateConverter, equalRatesPassFramesUnchanged) {
     RateConverter converter;
     setUp(converter, Int24, 3, 44100, 44100, false);
