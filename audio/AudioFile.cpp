@@ -118,8 +118,6 @@ bool AudioFile::readFormatChunk(uint32_t chunkSize) {
         return false;
     if (f.formatTag != WavePcm && f.formatTag != WaveFloat && f.formatTag != WaveImaAdpcm)
         return false;
-    if (f.channels > MaxChannels || f.sampleRate > MaxSampleRate)
-        return false;
     const int64_t rest = int64_t(chunkSize) - recordBytes - f.extraSize;
     if (!consume(f.extraSize) || rest < 0 || !stream->skip(f.extraSize))
         return false;
@@ -163,7 +161,7 @@ bool AudioFile::read(void* buffer, int32_t frames, int32_t channels, uint32_t& f
         return false;
     if (frames == 0)
         return true;
-    if (!buffer || format < Int8 || format > Float32 || channels > int32_t(MaxChannels))
+    if (!buffer || format < Int8 || format > Float32)
         return false;
 
     Output out{static_cast<uint8_t*>(buffer), int64_t(frames) * channels * bytesPerSample(format)};

@@ -39,11 +39,13 @@ struct WaveFormat {
 
 class AudioFile {
 public:
-    // Headers claiming more than this are refused rather than trusted: no real
-    // WAV file comes near them, and they bound what a hostile header can make
-    // us allocate or loop over.
-    static constexpr uint32_t MaxChannels = 256;
-    static constexpr uint32_t MaxSampleRate = 1000000;
+    // Files are read with any channel count and rate their header can hold:
+    // reading holds at most one ADPCM block (its size is 16-bit) or one
+    // conversion piece of 64 KiB or one frame, whichever is larger; the rest
+    // goes straight to the caller's buffer. Written files stop at this many
+    // channels, so that a Float32 frame fits the 16-bit blockAlign and the
+    // converting writer's 8192-byte scratch holds 8 frames.
+    static constexpr int32_t MaxWriteChannels = 256;
 
     AudioFile() = default;
     AudioFile(const AudioFile&) = delete;

@@ -19,7 +19,7 @@ bool AudioFile::create(Stream* target, uint32_t format, uint32_t rate, int32_t c
     close();
     if (!target || (format & UnsignedFormatBit) || (formatTag != WavePcm && formatTag != WaveFloat))
         return false;
-    if (format < Int8 || format > Float32 || channelCount < 1 || channelCount > int32_t(MaxChannels))
+    if (format < Int8 || format > Float32 || channelCount < 1 || channelCount > MaxWriteChannels)
         return false;
     const uint32_t frameBytes = uint32_t(bytesPerSample(format) * channelCount);
     waveFormat.formatTag = format == Float32 ? WaveFloat : WavePcm;  // the argument is only checked
@@ -94,7 +94,7 @@ bool AudioFile::write(const void* buffer, int32_t frames, int32_t channelCount, 
 
 bool AudioFile::writeConverted(const void* buffer, int32_t frames, int32_t channelCount, uint32_t& framesDone,
                                uint32_t format) {
-    if (format < Int8 || format > Float32 || channelCount > int32_t(MaxChannels))
+    if (format < Int8 || format > Float32 || channelCount > MaxWriteChannels)
         return false;
     uint8_t scratch[ScratchBytes];
     const int32_t blockAlign = waveFormat.blockAlign;

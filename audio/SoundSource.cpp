@@ -31,7 +31,7 @@ bool SoundSource::setOutputRate(uint32_t rate) {
 bool SoundSource::setOutputFormat(uint32_t format, int32_t channelCount) {
     if (format == outputFormat && channelCount >= 1 && uint32_t(channelCount) == outputChannels)
         return true;
-    if (channelCount < 1 || channelCount > int32_t(MaxChannels) || format < Int8 || format > Float32)
+    if (channelCount < 1 || channelCount > RateConverter::MaxChannels || format < Int8 || format > Float32)
         return false;
     outputFormat = format;
     outputChannels = uint32_t(channelCount);

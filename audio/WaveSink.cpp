@@ -16,7 +16,7 @@ bool WaveSink::create(Stream* stream, uint32_t format, uint32_t sampleRate, int3
 
 bool WaveSink::setInputFormat(uint32_t rate, uint32_t format, int32_t channelCount) {
     if (rate < 1 || format < Int8 || format > Float32 || channelCount < 1 ||
-        channelCount > int32_t(AudioFile::MaxChannels))
+        channelCount > RateConverter::MaxChannels)
         return false;
     if (rate == inputRate && format == inputFormat && uint32_t(channelCount) == inputChannels)
         return true;

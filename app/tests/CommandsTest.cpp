@@ -80,6 +80,7 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
     writeWholeFile(dir + "/songwav", readWholeFile(dir + "/song.wav"));
     writeWholeFile(dir + "/song", std::vector<uint8_t>(64, 0));
     writeWholeFile(dir + "/tune.mod", std::vector<uint8_t>(2000, 0));
+    writeWholeFile(dir + "/wide.wav", wavBytes(music(100, 257, 8000), 8000, 257));
     struct Case {
         std::vector<std::string> arguments;
         int status;
@@ -97,6 +98,7 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
         {{"-f", "-w", "65536", "song.wav"}, 1, "failed to create output: song.oxa\n", ""},
         {{"-f", "-w", "11", "song.wav"}, 1, "failed to create output: song.oxa\n", ""},
         {{"-f", "-d", "tune.mod"}, 1, "failed to open input: tune.mod\n", ""},
+        {{"-f", "wide.wav"}, 1, "failed to create output: wide.oxa\n", ""},  // the encoder takes 256 channels
         {{"-p", "missing.oxa"}, 0, "", "failed to open input: missing.oxa\n"},
         {{"missing.oxa"}, 0, "", "failed to open input: missing.oxa\n"},
     };
@@ -111,6 +113,7 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
     }
     // The encoder refuses its settings after the output was created: it stays, empty.
     EXPECT_EQ(sizeOf(dir + "/song.oxa"), 0);
+    EXPECT_EQ(sizeOf(dir + "/wide.oxa"), 0);
     EXPECT_EQ(sizeOf(dir + "/tune.wav"), 0);
     EXPECT_FALSE(exists(dir + "/missing.oxa"));
 }

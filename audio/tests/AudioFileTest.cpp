@@ -4,6 +4,7 @@
 #include "audio/AudioFile.h"
 #include "audio/pcm/SampleFormat.h"
 #include "audio/tests/WavBuilder.h"
+#include "core/Heap.h"
 
 // Every file layout read in several layouts and call sizes gives the frames
 // of one big read, and those equal convertSamples applied to the raw data.
@@ -11,8 +12,8 @@ TEST(AudioFileRead, anyCallSizeMatchesOneBigReadInEveryLayout) {
     struct FileLayout { uint16_t tag, bits; uint32_t format; };
     const FileLayout layouts[] = {{1, 8, Int8}, {1, 16, Int16}, {1, 24, Int24}, {3, 32, Float32}};
     for (const FileLayout& layout : layouts)
-        for (uint16_t channels : {1, 2, 3}) {
-            const int32_t frames = 1237;
+        for (uint16_t channels : {1, 2, 3, 300}) {  // 300: more than the encoder takes, still a WAV file
+            const int32_t frames = channels > 3 ? 37 : 1237;
             auto samples = randomBytes(size_t(frames) * channels * layout.bits / 8, layout.bits * 7 + channels);
             if (layout.format == Float32)  // keep floats finite and in range
                 for (size_t i = 3; i < samples.size(); i += 4)
@@ -66,6 +67,30 @@ TEST(AudioFileRead, silenceComesOutWhereItStands) {
     EXPECT_EQ(readAllOf(wav, 5000, 1, Float32).size(), (10u + 1000u + 15u) * 4u);  // in the requested layout too
 }
 
+// The widest header there is: its frames come out whole, in its own layout
+// or folded to stereo, and what the reader holds does not grow with the
+// channel count beyond one conversion piece.
+TEST(AudioFileRead, widestChannelCountReadsWithinBoundedMemory) {
+    const int32_t channels = 65535, frames = 3;
+    const auto samples = randomBytes(size_t(frames) * channels * 3, 17);
+    const auto wav = WavBuilder().fmt(1, uint16_t(channels), 1000000000, 24).data(samples).bytes();
+    Bytes stereo(size_t(frames) * 2 * 2);
+    convertSamples(Int24, channels, Int16, 2, samples.data(), stereo.data(), frames);
+    EXPECT_EQ(readAllOf(wav, 1, 2, Int16), stereo);
+    EXPECT_EQ(readAllOf(wav, frames, channels, Int24), samples);
+
+    if (!heapAttached())
+        return;  // the sanitizer build runs on the platform allocator: nothing to count
+    OpenedWav<AudioFile> opened(wav);
+    ASSERT_TRUE(opened.ok);
+    uint8_t frame[4];
+    uint32_t got = 0;
+    const uint64_t before = processHeap().statistics().allocSize;
+    ASSERT_TRUE(opened.file.read(frame, 1, 2, got, Int16));
+    EXPECT_EQ(got, 1u);
+    EXPECT_LE(processHeap().statistics().allocSize - before, 4u * channels);  // one frame of the widest format
+}
+
 // Truncated, malformed or hostile files, and layouts a file cannot be read
 // in, fail without delivering invented samples.
 TEST(AudioFileRead, badFilesAndLayoutsFail) {
@@ -88,7 +113,7 @@ TEST(AudioFileRead, badFilesAndLayoutsFail) {
         {"no fmt chunk", WavBuilder().data(pcm).bytes()},
         {"rate 0", WavBuilder().fmt(1, 1, 0, 16).data(pcm).bytes()},
         {"no channels", WavBuilder().fmt(1, 0, 8000, 16, 2).data(pcm).bytes()},
-        {"257 channels", WavBuilder().fmt(1, 257, 8000, 16).data(pcm).bytes()},
+        {"65535 channels, data past the end", WavBuilder().fmt(1, 65535, 8000, 24).header("data", ~0u).raw(samples).bytes(), 2},
         {"tag 2", WavBuilder().fmt(2, 1, 8000, 16).data(pcm).bytes()},
         {"12-bit PCM", WavBuilder().fmt(1, 1, 8000, 12, 2).data(pcm).bytes()},
         {"8-bit ADPCM", WavBuilder().fmt(17, 1, 8000, 8, 256, {0xF9, 0x01}).data(pcm).bytes()},
