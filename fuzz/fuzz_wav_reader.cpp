@@ -1,6 +1,7 @@
 // fuzz_wav_reader: AudioFile open and read on arbitrary bytes, then the same
 // bytes through SoundSource with rate conversion. The first three bytes pick
 // the requested layout, call size and output rate; the rest is the file.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -15,6 +16,9 @@ constexpr int32_t MaxCalls = 64;
 constexpr int32_t MaxFrames = 4096;
 constexpr int32_t MaxChannels = 8;
 uint8_t buffer[MaxFrames * MaxChannels * 4];
+// Interpolations (and filter taps) per converting call; a few milliseconds
+// under the sanitizers.
+constexpr int64_t WorkPerCall = int64_t(1) << 20;
 
 void readSome(AudioFile& file, int32_t frames, int32_t channels, uint32_t format) {
     for (int32_t call = 0; call < MaxCalls; ++call) {
@@ -22,6 +26,15 @@ void readSome(AudioFile& file, int32_t frames, int32_t channels, uint32_t format
         if (!file.read(buffer, frames, channels, got, format) || got == 0)
             return;
     }
+}
+
+// Lowering the rate costs K sub-samples per output frame and channel, each
+// through 8K filter taps when filtered; any file rate may meet any output
+// rate, so each call gets as many frames as a fixed budget of that work allows.
+int32_t framesWithinBudget(uint32_t fileRate, uint32_t outputRate, bool filtered, int32_t channels, int32_t frames) {
+    const int64_t k = fileRate > outputRate ? (int64_t(fileRate) + outputRate - 1) / outputRate : 1;
+    const int64_t perFrame = channels * k * (filtered ? 8 * k + 1 : 1);
+    return int32_t(std::clamp<int64_t>(WorkPerCall / perFrame, 1, frames));
 }
 
 }  // namespace
@@ -57,11 +70,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             source.setResamplerOption(filtered ? 1 : 0, 0);
             source.setOutputFormat(format, channels);
             source.setOutputRate(outputRate);
-            // Few and short calls: a hostile rate pair costs up to K sub-samples
-            // times the filter's taps per output frame.
+            const int32_t callFrames =
+                framesWithinBudget(source.sampleRate(), outputRate, filtered, channels, std::min(frames, 512));
             for (int32_t call = 0; call < 4; ++call) {
                 uint32_t got = 0;
-                if (!source.read(buffer, frames < 512 ? frames : 512, got))
+                if (!source.read(buffer, callFrames, got))
                     break;
             }
         }
