@@ -81,7 +81,9 @@ constexpr uint8_t s3mEntryHasEffect = 128;
 constexpr uint8_t s3mNoteCut = 254;
 constexpr uint8_t s3mNoNote = 255;
 
-// The order list can name patterns 0..253 only (254 and 255 are markers).
+// The order list can name patterns 0..253 only (254 and 255 are markers),
+// and the trackers that write S3M keep at most 256 entries in it.
 constexpr int32_t s3mPlayablePatterns = 254;
+constexpr int32_t s3mMaxOrders = 256;
 
 }  // namespace mod

@@ -462,9 +462,11 @@ bool readInstruments(Module& module, S3mFile& file, const S3mLayout& layout) {
     return true;
 }
 
+// A longer order list than the trackers write is refused: the sub-song
+// scan's cost grows with the square of its length (65535 entries: seconds).
 bool readLayout(S3mFile& file, S3mLayout& layout) {
     FileRegions regions(file);
-    return readTables(file, layout, regions) && readInstrumentHeaders(file, layout, regions) &&
+    return layout.orderCount() <= s3mMaxOrders && readTables(file, layout, regions) && readInstrumentHeaders(file, layout, regions) &&
            readPatternPlaces(file, layout, regions) && regions.disjoint();
 }
 

@@ -245,3 +245,126 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
               std::tuple(3u, uint8_t(2), 22050u, false));
     EXPECT_EQ(pcmOf(module.samples[1]), std::vector<int16_t>({1, -1, 2, -2, 3, -3, 0, 0}));
 }
+
+TEST(S3mLoader, HeaderSettings) {
+    const struct {
+        const char* what;
+        std::function<void(S3mFileBuilder&)> change;
+        std::string trackerName;
+        uint8_t fastSlides, globalVolume, speed, tempo;
+        std::vector<uint8_t> panning;
+        int32_t variant = 0, mode = ModeS3m;
+    } cases[] = {
+        {"Scream Tracker 3.00 slides fast", [](S3mFileBuilder& b) { b.version = 0x1300; },
+         "Scream Tracker 3.00", 1, 255, 6, 125, {51, 204}},
+        {"later versions by the flag", [](S3mFileBuilder& b) { b.version = 0x1301, b.flags = 64; },
+         "Scream Tracker 3.01", 1, 255, 6, 125, {51, 204}},
+        {"other trackers", [](S3mFileBuilder& b) { b.version = 0x3214, b.flags = 0x3F; },
+         "Impulse Tracker 2.14", 0, 255, 6, 125, {51, 204}},
+        {"unknown tracker", [](S3mFileBuilder& b) { b.version = 0xA123; },
+         "Unknown (S3M version A123)", 0, 255, 6, 125, {51, 204}},
+        {"no version", [](S3mFileBuilder& b) { b.version = 0; },
+         "Unknown (S3M version 0000)", 1, 255, 6, 125, {51, 204}},
+        {"volume, speed and tempo", [](S3mFileBuilder& b) { b.globalVolume = 200, b.speed = 0, b.tempo = 0; },
+         "Scream Tracker 3.20", 0, 255, 6, 125, {51, 204}},
+        {"slowest tempo", [](S3mFileBuilder& b) { b.globalVolume = 1, b.speed = 31, b.tempo = 20; },
+         "Scream Tracker 3.20", 0, 3, 31, 32, {51, 204}},
+        {"panning table", [](S3mFileBuilder& b) {
+             b.channels = {0, 8, 0, 24}, b.panningTable = Bytes(32, 0), b.panningTable[0] = 0x2F,
+             b.panningTable[2] = 0x20, b.panningTable[3] = 0x17; },
+         "Scream Tracker 3.20", 0, 255, 6, 125, {255, 204, 0, 128}},
+        {"mono centres all", [](S3mFileBuilder& b) { b.masterVolume = 0x30, b.panningTable = Bytes(32, 0x2F); },
+         "Scream Tracker 3.20", 0, 255, 6, 125, {128, 128}},
+        {"no channel in use", [](S3mFileBuilder& b) { b.channels = {}; }, "Scream Tracker 3.20", 0, 255, 6, 125, {}},
+        {"caller's variant", [](S3mFileBuilder&) {}, "Scream Tracker 3.20", 0, 255, 6, 125, {51, 204}, 6, 6},
+        {"longest order list", [](S3mFileBuilder& b) { b.orders = Bytes(s3mMaxOrders); },
+         "Scream Tracker 3.20", 0, 255, 6, 125, {51, 204}},
+    };
+    for (const auto& c : cases) {
+        S3mFileBuilder builder;
+        c.change(builder);
+        Module module;
+        ASSERT_TRUE(load(module, builder.build(), FormatS3m, c.variant)) << c.what;
+        EXPECT_STREQ(module.trackerName.c_str(), c.trackerName.c_str()) << c.what;
+        EXPECT_EQ(std::tuple(module.fastVolumeSlides, module.globalVolume, module.initialSpeed, module.initialTempo),
+                  std::tuple(c.fastSlides, c.globalVolume, c.speed, c.tempo)) << c.what;
+        EXPECT_EQ(std::vector<uint8_t>(module.channelPanning.begin(), module.channelPanning.end()), c.panning) << c.what;
+        EXPECT_EQ(module.channelCount, int32_t(c.panning.size())) << c.what;
+        EXPECT_EQ(module.patterns[0][0].count(), int32_t(c.panning.size())) << c.what;
+        EXPECT_EQ(module.playbackMode, c.mode) << c.what;
+    }
+}
+
+TEST(S3mLoader, SignedSamples) {
+    S3mFileBuilder builder;
+    builder.sampleFormat = s3mSignedSamples;
+    S3mFileBuilder::Instrument wide;
+    wide.flags = s3mSample16Bit, wide.length = 2, wide.data = {0x00, 0x80, 0xFF, 0x7F};
+    builder.instruments[0].data = {0x80, 0x7F, 0x00, 0xFF};
+    builder.instruments.push_back(wide);
+    Module module;
+    ASSERT_TRUE(load(module, builder.build()));
+    EXPECT_EQ(pcmOf(module.samples[0]), std::vector<int16_t>({-32768, 32512, 0, -256, 0}));
+    EXPECT_EQ(pcmOf(module.samples[1]), std::vector<int16_t>({-32768, 32767, 0}));
+}
+
+// Damage done to a good file, and what the loader must say about it.
+TEST(S3mLoader, DamagedFilesFail) {
+    using Damage = std::function<void(S3mFileBuilder&, Bytes&)>;
+    auto rebuild = [](std::function<void(S3mFileBuilder&)> change) {
+        return [change](S3mFileBuilder& b, Bytes& bytes) { change(b), bytes = b.build(); };
+    };
+    const struct { const char* what; Damage damage; bool signatureKept = true; } cases[] = {
+        {"signature", [](S3mFileBuilder&, Bytes& bytes) { bytes[s3mSignatureOffset + 3] = 'N'; }, false},
+        {"file type", [](S3mFileBuilder&, Bytes& bytes) { bytes[s3mFileTypeOffset] = 17; }, false},
+        {"short header", [](S3mFileBuilder&, Bytes& bytes) { bytes.resize(s3mHeaderSize - 1); }, false},
+        {"65535 orders", [](S3mFileBuilder&, Bytes& bytes) { putWord(bytes, s3mOrderCountOffset, 65535); }},
+        {"more orders than trackers write", rebuild([](S3mFileBuilder& b) { b.orders = Bytes(s3mMaxOrders + 1); })},
+        {"65535 instruments", [](S3mFileBuilder&, Bytes& bytes) { putWord(bytes, s3mInstrumentCountOffset, 65535); }},
+        {"65535 patterns", [](S3mFileBuilder&, Bytes& bytes) { putWord(bytes, s3mPatternCountOffset, 65535); }},
+        {"instrument beyond the end", [](S3mFileBuilder&, Bytes& bytes) { putWord(bytes, s3mHeaderSize + 1, 0xFFFF); }},
+        {"instrument in the header", [](S3mFileBuilder&, Bytes& bytes) { putWord(bytes, s3mHeaderSize + 1, 1); }},
+        {"two instruments share a header", [](S3mFileBuilder& b, Bytes& bytes) {
+             b.instruments.push_back(b.instruments[0]), bytes = b.build();
+             putWord(bytes, s3mHeaderSize + 3, uint32_t(b.instrumentAt[0] / 16)); }},
+        {"pattern overlaps an instrument", [](S3mFileBuilder& b, Bytes& bytes) {
+             putWord(bytes, s3mHeaderSize + 3, uint32_t(b.instrumentAt[0] / 16)); }},
+        {"pattern runs past the end", [](S3mFileBuilder& b, Bytes& bytes) { putWord(bytes, b.patternAt[0], 0xFFFF); }},
+        {"sample data overlaps a pattern", [](S3mFileBuilder& b, Bytes& bytes) {
+             putWord(bytes, b.instrumentAt[0] + s3mSampleDataOffset + 1, uint32_t(b.patternAt[0] / 16)); }},
+        {"4 GiB of PCM", rebuild([](S3mFileBuilder& b) { b.instruments[0].length = 0xFFFFFFFF; })},
+        {"2 GiB of stereo 16-bit frames", rebuild([](S3mFileBuilder& b) {
+             b.instruments[0].length = 0x20000000, b.instruments[0].flags = s3mSampleStereo | s3mSample16Bit; })},
+        {"last sample cut short", [](S3mFileBuilder&, Bytes& bytes) { bytes.pop_back(); }},
+    };
+    for (const auto& c : cases) {
+        S3mFileBuilder builder;
+        Bytes bytes = builder.build();
+        c.damage(builder, bytes);
+        for (int32_t format : {FormatS3m, FormatAutomatic}) {
+            if (format == FormatAutomatic && c.signatureKept)
+                continue;  // a damaged S3M may still pass for the MOD layout that any bytes fit
+            Module module;
+            module.title = "kept";
+            EXPECT_FALSE(load(module, bytes, format) && module.formatType == FormatS3m) << c.what;
+            EXPECT_EQ(std::string(module.title.c_str()) == "kept", !c.signatureKept && format == FormatS3m) << c.what;
+        }
+    }
+    MemoryStream unseekable;
+    Bytes good = S3mFileBuilder().build();
+    unseekable.writeAll(good.data(), int32_t(good.size()));
+    unseekable.rewind();
+    unseekable.setSeekable(false);
+    Module module;
+    EXPECT_FALSE(loadModule(module, unseekable, FormatS3m, 0));
+}
+
+TEST(S3mLoader, DetectedBeforeTheModLayout) {
+    S3mFileBuilder builder;
+    Bytes bytes = builder.build();
+    bytes.resize(2048);
+    std::memcpy(&bytes[1080], "M.K.", 4);  // also a tagged MOD header
+    Module module;
+    ASSERT_TRUE(load(module, bytes, FormatAutomatic));
+    EXPECT_EQ(module.formatType, FormatS3m);
+}
