@@ -57,7 +57,6 @@ public:
         return true;
     }
 
-    int64_t size() const { return length; }
     bool holds(int64_t offset, int64_t count) const {
         return offset >= 0 && count >= 0 && offset <= length && count <= length - offset;
     }
@@ -262,10 +261,11 @@ void setUpSong(Module& module, const S3mLayout& layout, int32_t variant) {
     module.playbackMode = variant == 0 ? ModeS3m : variant;
     module.usesAmigaPeriods = 1;
     module.globalVolume = uint8_t(std::min<int32_t>(header[s3mGlobalVolumeOffset], 64) * 255 / 64);
-    module.fastVolumeSlides = version <= s3mLastFastSlideVersion || layout.field(s3mFlagsOffset) & s3mFlagFastVolumeSlides;
+    module.fastVolumeSlides =
+        version <= s3mLastFastSlideVersion || layout.field(s3mFlagsOffset) & s3mFlagFastVolumeSlides;
     uint8_t speed = header[s3mSpeedOffset], tempo = header[s3mTempoOffset];
     module.initialSpeed = speed == 0 ? 6 : speed;
-    // The slowest tempo the tempo effect can set is 32.
+    // Stored tempos below 32, which the tempo effect cannot set, play at 32.
     module.initialTempo = tempo == 0 ? 125 : std::max<uint8_t>(tempo, 32);
     module.restartPosition = 0;
 }
@@ -466,8 +466,9 @@ bool readInstruments(Module& module, S3mFile& file, const S3mLayout& layout) {
 // scan's cost grows with the square of its length (65535 entries: seconds).
 bool readLayout(S3mFile& file, S3mLayout& layout) {
     FileRegions regions(file);
-    return layout.orderCount() <= s3mMaxOrders && readTables(file, layout, regions) && readInstrumentHeaders(file, layout, regions) &&
-           readPatternPlaces(file, layout, regions) && regions.disjoint();
+    return layout.orderCount() <= s3mMaxOrders && readTables(file, layout, regions) &&
+           readInstrumentHeaders(file, layout, regions) && readPatternPlaces(file, layout, regions) &&
+           regions.disjoint();
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -14,6 +13,7 @@
 #include "core/MemoryStream.h"
 #include "core/tests/support/TestSupport.h"
 #include "modplayer/ModuleLoader.h"
+#include "modplayer/tests/CorpusJson.h"
 
 using namespace mod;
 
@@ -49,22 +49,10 @@ std::vector<std::vector<Fields>> readModInfo(const std::vector<uint8_t>& bytes) 
     return modules;
 }
 
-// A module's text quoted the way modinfo.json writes it (8-bit names as \u escapes).
-std::string quoted(const String& text) {
-    std::string out = "\"";
-    for (const uint32_t* c = text.codePoints(); c < text.codePoints() + text.length(); ++c) {
-        char piece[8];
-        const char* form = *c < 0x20 || *c > 0x7F ? "\\u%04x" : *c == '"' || *c == '\\' ? "\\%c" : "%c";
-        std::snprintf(piece, sizeof piece, form, unsigned(*c));
-        out += piece;
-    }
-    return out + "\"";
-}
-
 void expectSample(const Module& module, Fields expected, const std::string& where) {
     auto number = [&expected](const char* key) { return std::stoi(expected[key]); };
     const ModuleInstrument& instrument = module.instruments[number("n") - 1];
-    EXPECT_EQ(quoted(instrument.name), expected["name"]) << where;
+    EXPECT_EQ(jsonQuoted(instrument.name), expected["name"]) << where;
     int length = number("len_bytes"), loopStart = number("loop_start_bytes");
     ASSERT_EQ(instrument.sampleIndices.count(), length ? 1 : 0) << where;
     if (length == 0)
@@ -100,7 +88,7 @@ TEST(ModCorpus, EveryModuleLoadsAsRecorded) {
             ASSERT_TRUE(loadModule(*module, stream, format, 0)) << where;
             EXPECT_EQ(module->formatType, FormatMod) << where;
             EXPECT_EQ(module->playbackMode, ModeMod31) << where;
-            EXPECT_EQ(quoted(module->title), info[0]["raw.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module->title), info[0]["raw.title"]) << where;
             EXPECT_EQ(module->channelCount, number("raw.channels")) << where;
             EXPECT_EQ(module->songLength, number("raw.song_length")) << where;
             EXPECT_EQ(module->patterns.count(), number("raw.patterns")) << where;

@@ -231,7 +231,8 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
         EXPECT_STREQ(sample.name.c_str(), names[i]);
         EXPECT_EQ(std::tuple(sample.volume, sample.extraA), volumesAndRates[i]) << i;
         EXPECT_EQ(std::tuple(sample.finetune, sample.extraB), std::tuple(int8_t(0), int16_t(-1))) << i;
-        EXPECT_EQ(std::vector<uint8_t>(instrument.noteToSample, instrument.noteToSample + 128), std::vector<uint8_t>(128));
+        EXPECT_EQ(std::vector<uint8_t>(instrument.noteToSample, instrument.noteToSample + 128),
+                  std::vector<uint8_t>(128));
         EXPECT_EQ(instrument.volumeEnvelope.points.count() + instrument.panningEnvelope.points.count(), 0);
         EXPECT_EQ(sample.data.get() != nullptr, i < 2) << i;
     }
@@ -239,7 +240,8 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     EXPECT_EQ(std::tuple(mono.length, mono.loopStart, mono.loopEnd, mono.channels, mono.sampleRate),
               std::tuple(6u, 2u, 5u, uint8_t(1), 8363u));
     EXPECT_TRUE(mono.isLooped());
-    EXPECT_EQ(pcmOf(module.samples[0]), std::vector<int16_t>({0, 256, -256, -32768, 32512, -256}));  // played frames, then the loop start again
+    // The frames up to the loop's end, then the loop start again for interpolation.
+    EXPECT_EQ(pcmOf(module.samples[0]), std::vector<int16_t>({0, 256, -256, -32768, 32512, -256}));
     const SampleData& both = *module.samples[1].data;
     EXPECT_EQ(std::tuple(both.length, both.channels, both.sampleRate, both.isLooped()),
               std::tuple(3u, uint8_t(2), 22050u, false));
@@ -288,7 +290,8 @@ TEST(S3mLoader, HeaderSettings) {
         EXPECT_STREQ(module.trackerName.c_str(), c.trackerName.c_str()) << c.what;
         EXPECT_EQ(std::tuple(module.fastVolumeSlides, module.globalVolume, module.initialSpeed, module.initialTempo),
                   std::tuple(c.fastSlides, c.globalVolume, c.speed, c.tempo)) << c.what;
-        EXPECT_EQ(std::vector<uint8_t>(module.channelPanning.begin(), module.channelPanning.end()), c.panning) << c.what;
+        EXPECT_EQ(std::vector<uint8_t>(module.channelPanning.begin(), module.channelPanning.end()), c.panning)
+            << c.what;
         EXPECT_EQ(module.channelCount, int32_t(c.panning.size())) << c.what;
         EXPECT_EQ(module.patterns[0][0].count(), int32_t(c.panning.size())) << c.what;
         EXPECT_EQ(module.playbackMode, c.mode) << c.what;
