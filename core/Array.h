@@ -60,9 +60,14 @@ public:
         T* storage = static_cast<T*>(::operator new(sizeof(T) * size_t(newCapacity), std::nothrow));
         if (!storage)
             return false;
-        for (int32_t i = 0; i < itemCount; ++i) {
-            new (&storage[i]) T(std::move(items[i]));
-            items[i].~T();
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            if (itemCount > 0)
+                std::memcpy(static_cast<void*>(storage), items, sizeof(T) * size_t(itemCount));
+        } else {
+            for (int32_t i = 0; i < itemCount; ++i) {
+                new (&storage[i]) T(std::move(items[i]));
+                items[i].~T();
+            }
         }
         if (items)
             ::operator delete(items);
@@ -95,8 +100,12 @@ public:
             return true;
         if (!reserve(itemCount + n))
             return false;
-        for (int32_t i = 0; i < n; ++i)
-            new (&items[itemCount + i]) T(values[i]);
+        if constexpr (std::is_trivially_copyable_v<T>) {
+            std::memcpy(static_cast<void*>(items + itemCount), values, sizeof(T) * size_t(n));
+        } else {
+            for (int32_t i = 0; i < n; ++i)
+                new (&items[itemCount + i]) T(values[i]);
+        }
         itemCount += n;
         return true;
     }
