@@ -1,10 +1,12 @@
 // InflateStream: framing checks, the block state machine, table-driven
-// symbol decoding with a fast path, ZIP decryption through a TapStream.
+// symbol decoding in a fast loop and a careful one, ZIP decryption through a
+// TapStream.
 #include "core/deflate/InflateStream.h"
 
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <new>
 
 #include "core/deflate/Checksum.h"
@@ -53,16 +55,28 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the bit reader loads l
 
 constexpr uint64_t lowBits(int width) { return (uint64_t(1) << width) - 1; }
 
-// Copies a back-reference. Distances of 8 and more go in overlapping 8-byte
-// words and may write up to 7 bytes beyond the end, which the window allows.
+// The bit budget. Both refills leave at least refilledBits bits while the
+// input lasts; the most one symbol needs is a whole match.
+constexpr int refilledBits = 56;
+constexpr int maxLengthExtraBits = *std::max_element(std::begin(lengthExtra), std::end(lengthExtra));
+constexpr int maxDistanceExtraBits = *std::max_element(std::begin(distanceExtra), std::end(distanceExtra));
+constexpr int maxMatchBits = maxCodeLength + maxLengthExtraBits + maxCodeLength + maxDistanceExtraBits;
+// The fast loop runs while the input buffer holds this much: its refill's word.
+constexpr int fastInputBytes = 8;
+
+// Copies a back-reference. Distances of a word and more go in whole words,
+// each read wholly from bytes already written, and the last may write up to
+// copyWordBytes - 1 bytes beyond the end, which the window allows.
+constexpr uint32_t copyWordBytes = 8;
+
 void copyMatch(uint8_t* to, uint32_t distance, uint32_t length) {
     const uint8_t* from = to - distance;
-    if (distance >= 8) {
+    if (distance >= copyWordBytes) {
         uint8_t* end = to + length;
         do {
-            std::memcpy(to, from, 8);
-            to += 8;
-            from += 8;
+            std::memcpy(to, from, copyWordBytes);
+            to += copyWordBytes;
+            from += copyWordBytes;
         } while (to < end);
     } else if (distance == 1) {
         std::memset(to, *from, length);
@@ -233,8 +247,10 @@ bool InflateStream::fillInput() {
     return got > 0;
 }
 
+// Adds whole bytes up to refilledBits, reading the source when the buffer
+// runs dry; stops short only at the end of the input.
 void InflateStream::refill() {
-    while (bitCount < 56) {
+    while (bitCount < refilledBits) {
         if (inNext == inEnd && !fillInput())
             return;
         bits |= uint64_t(*inNext++) << bitCount;
@@ -248,6 +264,21 @@ bool InflateStream::take(int width, uint32_t& value) {
     if (bitCount < width)
         return false;
     value = uint32_t(bits & lowBits(width));
+    bits >>= width;
+    bitCount -= width;
+    return true;
+}
+
+// Takes the next code of `table`'s prefix code and gives its entry, which may
+// still be of kind invalid. Fails on a code with no entry and on one cut short
+// by the end of the input.
+bool InflateStream::takeCode(const uint32_t* table, int rootBits, uint32_t& entry) {
+    if (bitCount < maxCodeLength)
+        refill();
+    entry = lookup(table, rootBits, bits);
+    int width = int(lengthOf(entry));
+    if (width == 0 || width > bitCount)
+        return false;
     bits >>= width;
     bitCount -= width;
     return true;
@@ -416,13 +447,9 @@ bool InflateStream::readDynamicTables() {
     uint8_t lengths[usableLiteralLengthSymbols + usableDistanceSymbols];
     uint32_t total = literalCount + distanceCount;
     for (uint32_t i = 0; i < total;) {
-        refill();
-        uint32_t e = lengthsTable[bits & lowBits(lengthsRootBits)];
-        int width = int(lengthOf(e));
-        if (width == 0 || width > bitCount)
+        uint32_t e = 0;
+        if (!takeCode(lengthsTable, lengthsRootBits, e))
             return false;
-        bits >>= width;
-        bitCount -= width;
         uint32_t symbol = valueOf(e);
         if (symbol < 16) {
             lengths[i++] = uint8_t(symbol);
@@ -477,81 +504,128 @@ void InflateStream::copyStored() {
         storedLeft -= piece;
     }
     if (storedLeft == 0)
-        state = lastBlock ? State::Trailer : State::BlockHeader;
+        endBlock();
 }
 
-// Symbols are decoded unchecked while the input buffer holds a whole word
-// ahead: one refill then gives at least 56 bits, enough for the longest
-// literal/length code, its extra bits, the distance code and its extra bits
-// (15 + 5 + 15 + 13 = 48). Near the end of the input each step checks that
-// the bits it uses exist.
+// ---- Symbols ---------------------------------------------------------------
+
+// Decodes the block's symbols until it ends, the window fills or the stream
+// fails. The fast loop runs while a word of input is buffered; the careful
+// one takes the last few bytes, of the stream or of a source that hands out
+// only a few bytes at a time, until the buffer holds a word again.
 void InflateStream::decodeCodes() {
     while (state == State::Codes && written < windowLimit) {
-        if (inEnd - inNext < 8 && !sourceEnded)
-            fillInput();
-        if (inEnd - inNext >= 8) {
-            decodeSymbol<false>();
-        } else {
-            bits &= lowBits(bitCount);
-            decodeSymbol<true>();
-        }
+        if (inEnd - inNext < fastInputBytes)
+            fillInput();  // keeps the unread bytes and appends what the source has
+        decodeFast();
+        while (state == State::Codes && written < windowLimit && inEnd - inNext < fastInputBytes)
+            decodeCareful();
     }
-    bits &= lowBits(bitCount);
 }
 
-template <bool checked>
-bool InflateStream::decodeSymbol() {
-    if (checked) {
-        refill();
-    } else {
-        bits |= load64(inNext) << bitCount;
-        inNext += (63 - bitCount) >> 3;
-        bitCount |= 56;
-    }
-    auto consume = [&](int width) {
-        if (checked && width > bitCount)
-            return false;
-        bits >>= width;
-        bitCount -= width;
-        return true;
+// The fast loop. Its condition checks the two bounds one symbol can cross:
+// a word of input for the refill at the top of the step, and room in the
+// window for the longest match and its copy's overrun; nothing inside checks
+// either again. The refill loads that word behind the valid bits and keeps
+// as many of its whole bytes as fit, which leaves at least 56 bits: enough
+// for the longest literal/length code, its extra bits, the longest distance
+// code and its extra bits (15 + 5 + 15 + 13 = 48), so the step takes bits
+// without counting them. What no bound rules out is damage in the stream
+// itself: an invalid code, or a distance reaching back before the start of
+// the output, ends the loop and fails the stream.
+// Everything the loop reads from the object is copied into locals first,
+// because a store into the window may alias any member and would otherwise
+// send them back to memory on every byte.
+void InflateStream::decodeFast() {
+    uint64_t buffer = bits;
+    int count = bitCount;
+    const uint8_t* in = inNext;
+    const uint8_t* const inLimit = inEnd;
+    uint8_t* const start = window;
+    uint8_t* out = start + written;
+    uint8_t* const outLimit = start + windowLimit;
+    const uint32_t* const literals = activeLiterals;
+    const uint32_t* const distances = activeDistances;
+    auto consume = [&](uint32_t width) {
+        buffer >>= width;
+        count -= int(width);
     };
 
-    uint32_t e = lookup(activeLiterals, literalRootBits, bits);
-    if (!consume(int(lengthOf(e)))) {
-        fail();
-        return false;
+    static_assert(fastInputBytes >= int(sizeof(uint64_t)), "the refill loads one word");
+    static_assert(windowCapacity - windowLimit >= maxMatch + int(copyWordBytes) - 1,
+                  "the longest match and its copy's last word fit behind the limit");
+    while (inLimit - in >= fastInputBytes && out < outLimit) {
+        // count | 56 is count plus the whole bytes that fit below 64 bits.
+        static_assert(refilledBits == 64 - 8, "the refill keeps whole bytes of the word");
+        static_assert(maxMatchBits <= refilledBits, "one refill covers a whole match");
+        buffer |= load64(in) << count;
+        in += (63 - count) >> 3;
+        count |= refilledBits;
+
+        uint32_t e = lookup(literals, literalRootBits, buffer);
+        consume(lengthOf(e));
+        uint32_t kind = kindOf(e);
+        if (kind == kindLiteral) {
+            *out++ = uint8_t(valueOf(e));
+            continue;
+        }
+        if (kind == kindEndOfBlock) {
+            endBlock();
+            break;
+        }
+        static_assert(maxDistanceExtraBits < kindInvalid, "an extra-bit count is never a flag");
+        if (kind & kindInvalid) {
+            fail();
+            break;
+        }
+        uint32_t length = valueOf(e) + uint32_t(buffer & lowBits(int(kind)));
+        consume(kind);
+
+        e = lookup(distances, distanceRootBits, buffer);
+        kind = kindOf(e);
+        if (kind & kindInvalid) {
+            fail();
+            break;
+        }
+        consume(lengthOf(e));
+        uint32_t distance = valueOf(e) + uint32_t(buffer & lowBits(int(kind)));
+        consume(kind);
+        if (distance > uint32_t(out - start)) {
+            fail();
+            break;
+        }
+        copyMatch(out, distance, length);
+        out += length;
     }
+    bits = buffer & lowBits(count);
+    bitCount = count;
+    inNext = in;
+    written = int32_t(out - start);
+}
+
+// One symbol, every bit accounted for: a code or extra bits that the input
+// cannot supply fail the stream.
+void InflateStream::decodeCareful() {
+    uint32_t e = 0, extra = 0;
+    if (!takeCode(activeLiterals, literalRootBits, e))
+        return fail();
     uint32_t kind = kindOf(e);
     if (kind == kindLiteral) {
         window[written++] = uint8_t(valueOf(e));
-        return true;
+        return;
     }
-    if (kind == kindEndOfBlock) {
-        state = lastBlock ? State::Trailer : State::BlockHeader;
-        return false;
-    }
-    if (kind & kindInvalid) {
-        fail();
-        return false;
-    }
-    uint32_t length = valueOf(e) + uint32_t(bits & lowBits(int(kind)));
-    if (!consume(int(kind))) {
-        fail();
-        return false;
-    }
+    if (kind == kindEndOfBlock)
+        return endBlock();
+    if ((kind & kindInvalid) || !take(int(kind), extra))
+        return fail();
+    uint32_t length = valueOf(e) + extra;
 
-    e = lookup(activeDistances, distanceRootBits, bits);
-    kind = kindOf(e);
-    if ((kind & kindInvalid) || !consume(int(lengthOf(e)))) {
-        fail();
-        return false;
-    }
-    uint32_t distance = valueOf(e) + uint32_t(bits & lowBits(int(kind)));
-    if (!consume(int(kind)) || distance > uint32_t(written)) {
-        fail();
-        return false;
-    }
+    if (!takeCode(activeDistances, distanceRootBits, e) || (kindOf(e) & kindInvalid) ||
+        !take(int(kindOf(e)), extra))
+        return fail();
+    uint32_t distance = valueOf(e) + extra;
+    if (distance > uint32_t(written))
+        return fail();
     copyMatch(window + written, distance, length);
     written += int32_t(length);
-    return true;
 }

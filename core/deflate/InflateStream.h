@@ -37,10 +37,12 @@ private:
     enum class State : uint8_t { Header, BlockHeader, Stored, Codes, Trailer, Done, Failed };
 
     static constexpr int32_t historySize = 32768;
-    // Decoding stops once the window holds this much; a symbol adds at most
-    // 258 bytes, and copies may run 8 bytes further.
+    // A symbol is decoded only while the window holds less than windowLimit
+    // bytes, so the last one may add a whole match; match copies move whole
+    // 8-byte words and may write up to copyOverrun bytes past the match.
     static constexpr int32_t windowLimit = 65536;
-    static constexpr int32_t windowCapacity = windowLimit + deflateFormat::maxMatch + 16;
+    static constexpr int32_t copyOverrun = 7;
+    static constexpr int32_t windowCapacity = windowLimit + deflateFormat::maxMatch + copyOverrun;
     static constexpr int32_t inputCapacity = 16384;
     static constexpr int literalRootBits = 10;
     static constexpr int distanceRootBits = 8;
@@ -61,14 +63,15 @@ private:
     bool buildFixedTables();
     void copyStored();
     void decodeCodes();
-    template <bool checked>
-    bool decodeSymbol();
+    void decodeFast();
+    void decodeCareful();
+    void endBlock() { state = lastBlock ? State::Trailer : State::BlockHeader; }
     void updateChecksum();
 
-    // Bit reader: bits holds bitCount valid bits, lowest first.
     bool fillInput();
     void refill();
     bool take(int width, uint32_t& value);
+    bool takeCode(const uint32_t* table, int rootBits, uint32_t& entry);
     void alignToByte();
 
     int32_t framing = FramingRaw;
@@ -80,6 +83,12 @@ private:
     uint32_t initialKeys[3];
     uint32_t keys[3];
 
+    // The bit reader. `bits` holds the next `bitCount` bits of the stream,
+    // the next bit lowest; behind them come the bytes [inNext, inEnd) of
+    // inputBuffer, then whatever the source still has. Above bitCount, `bits`
+    // is zero. The fast loop's working copy may also hold there the low bits
+    // of the byte at inNext: its next word-wide refill ORs the same bits in
+    // again, so they do no harm, and they are cleared when the copy is stored.
     uint8_t* inputBuffer = nullptr;
     const uint8_t* inNext = nullptr;
     const uint8_t* inEnd = nullptr;

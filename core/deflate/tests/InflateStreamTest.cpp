@@ -50,6 +50,37 @@ TEST(InflateStreamTest, corpusStreamsInflateToTheirOriginals) {
     EXPECT_EQ(streams, 18);
 }
 
+// zlib's streams in every block form, read from sources that hand out a few
+// bytes at a time: the careful loop takes over whenever less than a word is
+// buffered, mid-block and mid-match, and the fast loop resumes after it.
+TEST(InflateStreamTest, peerStreamsInflateThroughSourcesOfEverySmallSize) {
+    Bytes input = englishLikeText(20000, 31), noise = randomBytes(8000, 32), runs = byteRuns(30000, 33);
+    input.insert(input.end(), noise.begin(), noise.end());
+    input.insert(input.end(), runs.begin(), runs.end());
+    const struct { const char* name; int level, strategy; } forms[] = {
+        {"stored", 0, Z_DEFAULT_STRATEGY},  {"fixed", 9, Z_FIXED},   {"dynamic", 9, Z_DEFAULT_STRATEGY},
+        {"literals only", 9, Z_HUFFMAN_ONLY}, {"runs", 9, Z_RLE},
+    };
+    for (const auto& form : forms) {
+        z_stream z{};
+        ASSERT_EQ(deflateInit2(&z, form.level, Z_DEFLATED, 15, 8, form.strategy), Z_OK);
+        Bytes compressed(deflateBound(&z, uLong(input.size())));
+        z.next_in = input.data();
+        z.avail_in = uInt(input.size());
+        z.next_out = compressed.data();
+        z.avail_out = uInt(compressed.size());
+        ASSERT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
+        compressed.resize(z.total_out);
+        deflateEnd(&z);
+        for (int32_t most : {1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 16384 + 7}) {
+            SCOPED_TRACE(std::string(form.name) + ", source gives at most " + std::to_string(most));
+            Bytes out;
+            ASSERT_TRUE(ourInflate(compressed, FramingZlib, out, 4096, most));
+            EXPECT_TRUE(out == input);
+        }
+    }
+}
+
 TEST(InflateStreamTest, encryptedZipMemberOpensWithKeysFromThePassword) {
     REQUIRE_CORPUS();
     Bytes zip = corpusFile("zip_deflate_encrypted.zip");
