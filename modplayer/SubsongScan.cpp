@@ -33,15 +33,64 @@ bool hasContent(const ModulePattern& pattern) {
 constexpr uint8_t effectPositionJump = 11;
 constexpr uint8_t effectPatternBreak = 13;
 
+// Where a row sends the song once it has played: breakRow -1 when it does
+// not leave the pattern, jumpTarget -1 when it goes on to the next order.
+struct RowExit {
+    int32_t breakRow = -1;
+    int32_t jumpTarget = -1;
+};
+
+RowExit exitOf(const PatternRow& row) {
+    RowExit exit;
+    for (const PatternCell& cell : row) {
+        if (cell.effect == effectPatternBreak) {
+            // Not a decimal reading of the parameter: the high digit counts
+            // 160 rows, and a zero parameter means no break.
+            exit.breakRow = (cell.parameter & 0x0F) + (cell.parameter & 0xF0) * 10 - 1;
+        } else if (cell.effect == effectPositionJump) {
+            if (exit.breakRow < 0)
+                exit.breakRow = 0;
+            exit.jumpTarget = cell.parameter;
+        }
+    }
+    return exit;
+}
+
+// What the walk needs of a pattern, worked out once: whether it has content,
+// and for every row the first row from there on that leaves the pattern.
+// Walks then cost one step per order position, not one per cell, which
+// keeps the scan of long order lists fast.
+struct PatternExits {
+    bool hasContent = false;
+    Array<RowExit> exits;              // per row
+    Array<int32_t> firstExitFrom;      // per row; the row count when none follows
+
+    bool build(const ModulePattern& pattern) {
+        hasContent = mod::hasContent(pattern);
+        const int32_t rows = pattern.count();
+        if (!exits.resize(rows) || !firstExitFrom.resize(rows))
+            return false;
+        int32_t next = rows;
+        for (int32_t row = rows - 1; row >= 0; --row) {
+            exits[row] = exitOf(pattern[row]);
+            if (exits[row].breakRow >= 0)
+                next = row;
+            firstExitFrom[row] = next;
+        }
+        return true;
+    }
+};
+
 class SubsongWalker {
 public:
     explicit SubsongWalker(const Module& module) : module(module) {}
 
     bool prepare() {
-        if (!patternHasContent.resize(module.patterns.count()))
+        if (!patterns.resize(module.patterns.count()))
             return false;
         for (int32_t i = 0; i < module.patterns.count(); ++i)
-            patternHasContent[i] = hasContent(module.patterns[i]);
+            if (!patterns[i].build(module.patterns[i]))
+                return false;
         return true;
     }
 
@@ -69,46 +118,34 @@ public:
                 ++position;
                 continue;
             }
-            if (!patternHasContent[pattern]) {
+            if (!patterns[pattern].hasContent) {
                 failed |= !metContent;
                 ++position;
                 continue;
             }
             metContent = true;
-            position = nextPosition(module.patterns[pattern], position, startRow);
+            position = nextPosition(patterns[pattern], position, startRow);
         }
         return metContent && !failed;
     }
 
 private:
-    // Plays `pattern` from startRow (or its top) and returns where the song
+    // Plays a pattern from startRow (or its top) and returns where the song
     // goes next; startRow becomes the row the next pattern starts at.
-    static int32_t nextPosition(const ModulePattern& pattern, int32_t position, int32_t& startRow) {
-        for (int32_t row = startRow < 0 ? 0 : startRow; row < pattern.count(); ++row) {
-            int32_t breakRow = -1;
-            int32_t jumpTarget = -1;
-            for (const PatternCell& cell : pattern[row]) {
-                if (cell.effect == effectPatternBreak) {
-                    // Not a decimal reading of the parameter: the high digit
-                    // counts 160 rows, and a zero parameter means no break.
-                    breakRow = (cell.parameter & 0x0F) + (cell.parameter & 0xF0) * 10 - 1;
-                } else if (cell.effect == effectPositionJump) {
-                    if (breakRow < 0)
-                        breakRow = 0;
-                    jumpTarget = cell.parameter;
-                }
-            }
-            if (breakRow >= 0) {
-                startRow = breakRow;
-                return jumpTarget >= 0 ? jumpTarget : position + 1;
-            }
+    static int32_t nextPosition(const PatternExits& pattern, int32_t position, int32_t& startRow) {
+        const int32_t from = startRow < 0 ? 0 : startRow;
+        const int32_t row = from < pattern.firstExitFrom.count() ? pattern.firstExitFrom[from] : -1;
+        if (row < 0 || row >= pattern.exits.count()) {
+            startRow = -1;
+            return position + 1;
         }
-        startRow = -1;
-        return position + 1;
+        const RowExit& exit = pattern.exits[row];
+        startRow = exit.breakRow;
+        return exit.jumpTarget >= 0 ? exit.jumpTarget : position + 1;
     }
 
     const Module& module;
-    Array<bool> patternHasContent;
+    Array<PatternExits> patterns;
 };
 
 }  // namespace
