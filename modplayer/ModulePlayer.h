@@ -1,8 +1,13 @@
-// ModulePlayer: the sequencer. Plays one sub-song of a loaded Module into
-// interleaved 16-bit PCM: it steps through rows tick by tick, applies the
-// effects and drives the mixer's voices. Borrows the module, which must
+// ModulePlayer: plays one sub-song of a loaded Module into interleaved
+// 16-bit PCM: its Sequencer steps through rows tick by tick and applies the
+// effects, and after each tick the player steers the mixer's voices from the
+// channels' output and mixes until the next. Borrows the module, which must
 // outlive the player and stay unchanged while it plays. Used by OxaMod
 // (render, play, info) and the render fuzz target.
+//
+// Loudness: a channel at full volume passes half its sample level, less for
+// more than four channels (two thirds at six, half from eight on), split
+// between the sides by a linear pan law; the sum is clipped to 16 bits.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +46,7 @@ public:
     // Allocates nothing.
     int32_t render(int16_t* out, int32_t frames);
 
+    // True once render has nothing more to give.
     bool ended() const;
     int32_t orderPosition() const;  // where the sequencer stands, for progress
     int32_t row() const;

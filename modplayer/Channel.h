@@ -1,0 +1,105 @@
+// Channel: the state of one pattern channel as the sequencer plays it: what
+// instrument and sample it plays, its pitch and volume before and after this
+// tick's modulation, the effect memories, and what the mixer should do this
+// tick. Owned by the Sequencer; the effects change it; ModulePlayer reads
+// `output` once per tick; tests read it through Sequencer::channel.
+//
+// Seams for the format effects that come later:
+//   - XM instruments: `keyOn`, `volumeEnvelopeTick`, `panningEnvelopeTick`,
+//     `envelopeVolume`, `envelopePanning`, `fadeoutVolume` and the
+//     `autoVibrato*` fields are kept here and combined in
+//     Sequencer::computeOutput; today they hold their neutral values.
+//   - Effect memories live in `memory`; add fields there rather than
+//     reusing another effect's byte unless the tracker shares it.
+#pragma once
+
+#include <cstdint>
+
+#include "modplayer/ModuleInstrument.h"
+#include "modplayer/ModuleSample.h"
+#include "modplayer/Oscillator.h"
+#include "modplayer/PatternCell.h"
+
+namespace mod {
+
+// What the mixer does with the channel's voice after this tick.
+struct ChannelOutput {
+    bool trigger = false;            // start `sample` afresh at `startFrame`
+    bool stop = false;               // silence the voice (note cut, empty sample)
+    const SampleData* sample = nullptr;
+    uint32_t startFrame = 0;
+    uint64_t frequency = 0;          // Hz with 16 fractional bits; 0 = silent
+    int32_t volume = 0;              // 0..65536: everything but the panning
+    uint8_t panning = 128;           // 0 left .. 255 right
+};
+
+// Parameters an effect reuses when its own is 0 (where the tracker does so).
+struct EffectMemory {
+    uint8_t sampleOffset = 0;     // 9xx
+    uint8_t portamentoUp = 0;     // XM 1xx
+    uint8_t portamentoDown = 0;   // XM 2xx
+    uint8_t tonePortamento = 0;   // 3xx (all formats)
+    uint8_t volumeSlide = 0;      // XM Axy (and the slide half of 5xy, 6xy)
+    uint8_t finePortamentoUp = 0;    // XM E1x
+    uint8_t finePortamentoDown = 0;  // XM E2x
+    uint8_t fineVolumeUp = 0;        // XM EAx
+    uint8_t fineVolumeDown = 0;      // XM EBx
+};
+
+struct Channel {
+    // What plays.
+    const ModuleInstrument* instrument = nullptr;  // last instrument named
+    const ModuleSample* sample = nullptr;           // sample of the last note
+    int32_t note = -1;        // last note, relative note included
+    int32_t finetune = 0;     // 1/128 semitone (MOD, XM)
+    int32_t c4Speed = 8363;   // S3M: Hz of note 48
+    bool playing = false;     // a sample was started and not cut
+
+    // Pitch: `period` is the base that slides move; `tickPeriod` is this
+    // tick's pitch before vibrato (arpeggio and glissando replace it);
+    // `vibratoOffset` is added on top.
+    int32_t period = 0;
+    int32_t tickPeriod = 0;
+    int32_t vibratoOffset = 0;
+    int32_t portamentoTarget = 0;
+    bool glissando = false;
+
+    // Volume 0..64 and this tick's tremolo (or tremor) change to it.
+    int32_t volume = 0;
+    int32_t volumeOffset = 0;
+    uint8_t panning = 128;
+
+    Oscillator vibrato;
+    Oscillator tremolo;
+    Oscillator panbrello;  // S3M Yxy
+
+    // The row's cell, kept for the effects on later ticks.
+    uint8_t effect = 0;
+    uint8_t parameter = 0;
+    uint8_t volumeCommand = 0;
+    bool noteOnRow = false;      // a note started on this row's first tick
+    EffectMemory memory;
+
+    // Note delay: the cell waits for tick `delayTick` (0: no delay).
+    PatternCell delayedCell;
+    int32_t delayTick = 0;
+    uint32_t lastStartFrame = 0;  // where the last note started (retrigger)
+
+    // Pattern loop (E6x): the row E60 marked and the repeats still to play.
+    int32_t loopRow = 0;
+    int32_t loopCount = 0;
+
+    // XM instrument playback (neutral until envelopes land).
+    bool keyOn = true;
+    int32_t volumeEnvelopeTick = 0;
+    int32_t panningEnvelopeTick = 0;
+    int32_t envelopeVolume = 64;   // 0..64
+    int32_t envelopePanning = 0;   // -128..127 around the channel panning
+    int32_t fadeoutVolume = 65536; // 0..65536, falls after key off
+    int32_t autoVibratoTick = 0;
+    int32_t autoVibratoOffset = 0;  // period units, added with vibrato
+
+    ChannelOutput output;
+};
+
+}  // namespace mod

@@ -1,0 +1,323 @@
+// Sequencer effects: every effect code and volume-column command is decoded
+// here, on a row's first tick (start*) and on the ticks after it (tick*).
+// The shared codes 0x00..0x0F play by ProTracker's rules for MOD (and for
+// S3M until its own rules land), with FT2's where XM differs (isXm()).
+// Codes 0x10..0x2F go to XmEffects.cpp, 0x30 and up to S3mEffects.cpp.
+//
+// Units: periods move 4 units per ProTracker slide step (Periods.h);
+// volumes are 0..64; oscillators give -32..32, scaled here so that depth 15
+// reaches ProTracker's extremes (vibrato +-30 Amiga periods, tremolo +-59).
+#include <algorithm>
+
+#include "modplayer/EffectCodes.h"
+#include "modplayer/Sequencer.h"
+
+namespace mod {
+
+namespace {
+
+constexpr uint8_t high(uint8_t parameter) { return parameter >> 4; }
+constexpr uint8_t low(uint8_t parameter) { return parameter & 0x0F; }
+
+void setOscillator(Oscillator& oscillator, uint8_t parameter) {
+    if (high(parameter))
+        oscillator.speed = high(parameter);
+    if (low(parameter))
+        oscillator.depth = low(parameter);
+}
+
+}  // namespace
+
+uint8_t Sequencer::remembered(uint8_t& memory, uint8_t parameter) const {
+    if (parameter)
+        memory = parameter;
+    return memory;
+}
+
+// ---- First tick ------------------------------------------------------------
+
+void Sequencer::startEffect(Channel& channel) {
+    uint8_t effect = channel.effect;
+    uint8_t parameter = channel.parameter;
+    if (startFlowEffect(channel, effect, parameter))
+        return;
+    if (effect >= EffectS3mSetSpeed)
+        return startS3mEffect(channel);
+    if (effect >= EffectSetGlobalVolume)
+        return startXmEffect(channel);
+    EffectMemory& memory = channel.memory;
+    switch (effect) {
+    case EffectPortamentoUp:
+        if (isXm())
+            remembered(memory.portamentoUp, parameter);
+        break;
+    case EffectPortamentoDown:
+        if (isXm())
+            remembered(memory.portamentoDown, parameter);
+        break;
+    case EffectTonePortamento:
+        remembered(memory.tonePortamento, parameter);
+        break;
+    case EffectVibrato:
+        setOscillator(channel.vibrato, parameter);
+        break;
+    case EffectTonePortamentoVolumeSlide:
+    case EffectVibratoVolumeSlide:
+    case EffectVolumeSlide:
+        if (isXm())
+            remembered(memory.volumeSlide, parameter);
+        break;
+    case EffectTremolo:
+        setOscillator(channel.tremolo, parameter);
+        break;
+    case EffectSetPanning:
+        channel.panning = parameter;
+        break;
+    case EffectSampleOffset:
+        remembered(memory.sampleOffset, parameter);
+        if (channel.noteOnRow)
+            startAtOffset(channel, uint32_t(memory.sampleOffset) * 256);
+        break;
+    case EffectSetVolume:
+        channel.volume = std::min<int32_t>(parameter, 64);
+        break;
+    case EffectExtended:
+        startExtended(channel, high(parameter), low(parameter));
+        break;
+    default:  // arpeggio and the slides act after the first tick
+        break;
+    }
+}
+
+// Effects that move through the song or set its pace. They act once per
+// row, so not again on the repeats of a pattern delay. Also used alone when
+// a song is timed without playing it.
+bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
+    bool firstPass = rowRepeat == 0;
+    switch (effect) {
+    case EffectPositionJump:
+        if (firstPass)
+            jumpOrder = parameter;
+        return true;
+    case EffectPatternBreak:
+        if (firstPass) {
+            breakRow = high(parameter) * 10 + low(parameter);
+            if (breakRow > 63)
+                breakRow = 0;
+        }
+        return true;
+    case EffectSetSpeedTempo:
+        // F00: ProTracker stops; both reference players play on for MOD,
+        // while XM players take it as the song's end.
+        if (firstPass && parameter == 0 && isXm())
+            jumpOrder = module->songLength;
+        else if (firstPass && parameter > 0 && parameter < 0x20)
+            ticksPerRow = parameter;
+        else if (firstPass && parameter >= 0x20)
+            beatsPerMinute = parameter;
+        return true;
+    case EffectExtended:
+        if (high(parameter) == ExtendedPatternLoop) {
+            if (!firstPass)
+                return true;
+            if (low(parameter) == 0) {
+                channel.loopRow = rowIndex;
+            } else if (channel.loopCount == 0) {
+                channel.loopCount = low(parameter);
+                loopJumpRow = channel.loopRow;
+            } else if (--channel.loopCount > 0) {
+                loopJumpRow = channel.loopRow;
+            }
+            return true;
+        }
+        if (high(parameter) == ExtendedPatternDelay) {
+            if (firstPass)
+                requestedDelay = low(parameter);  // the last channel's wins
+            return true;
+        }
+        return false;
+    default:
+        if (effect >= EffectS3mSetSpeed)
+            return startS3mFlowEffect(channel, effect, parameter);
+        if (effect >= EffectSetGlobalVolume)
+            return startXmFlowEffect(channel, effect, parameter);
+        return false;
+    }
+}
+
+void Sequencer::startExtended(Channel& channel, uint8_t command, uint8_t value) {
+    EffectMemory& memory = channel.memory;
+    switch (command) {
+    case ExtendedFinePortamentoUp:
+        slidePeriod(channel, -4 * (isXm() ? remembered(memory.finePortamentoUp, value) : value));
+        break;
+    case ExtendedFinePortamentoDown:
+        slidePeriod(channel, 4 * (isXm() ? remembered(memory.finePortamentoDown, value) : value));
+        break;
+    case ExtendedGlissando:
+        channel.glissando = value != 0;
+        break;
+    case ExtendedVibratoWaveform:
+        channel.vibrato.setWaveform(value);
+        break;
+    case ExtendedSetFinetune:  // the note on this row already used it (startNote)
+        channel.finetune = isXm() ? (value - 8) * 16 : int8_t(value << 4);
+        break;
+    case ExtendedTremoloWaveform:
+        channel.tremolo.setWaveform(value);
+        break;
+    case ExtendedSetPanning:
+        channel.panning = uint8_t(value * 17);
+        break;
+    case ExtendedRetrigger:
+        if (value && !channel.noteOnRow && channel.playing)
+            triggerSample(channel, channel.lastStartFrame);
+        break;
+    case ExtendedFineVolumeUp:
+        channel.volume = std::min(channel.volume + (isXm() ? remembered(memory.fineVolumeUp, value) : value), 64);
+        break;
+    case ExtendedFineVolumeDown:
+        channel.volume = std::max(channel.volume - (isXm() ? remembered(memory.fineVolumeDown, value) : value), 0);
+        break;
+    case ExtendedNoteCut:
+        if (value == 0)
+            channel.volume = 0;
+        break;
+    default:  // filter, pattern loop and delay (flow), note delay (readRow), funk repeat
+        break;
+    }
+}
+
+// The volume column's set-volume (all formats that have one). The other
+// commands (EffectCodes.h) are FT2's and are decoded here as they land.
+void Sequencer::startVolumeColumn(Channel& channel) {
+    uint8_t command = channel.volumeCommand;
+    if (command >= volumeSetBase && command <= volumeSetBase + 64)
+        channel.volume = command - volumeSetBase;
+}
+
+// ---- Later ticks -------------------------------------------------------------
+
+void Sequencer::tickEffect(Channel& channel) {
+    uint8_t effect = channel.effect;
+    uint8_t parameter = channel.parameter;
+    if (effect >= EffectS3mSetSpeed)
+        return tickS3mEffect(channel);
+    if (effect >= EffectSetGlobalVolume)
+        return tickXmEffect(channel);
+    const EffectMemory& memory = channel.memory;
+    uint8_t slide = isXm() ? memory.volumeSlide : parameter;
+    switch (effect) {
+    case EffectArpeggio:
+        if (parameter)
+            applyArpeggio(channel, parameter);
+        break;
+    case EffectPortamentoUp:
+        slidePeriod(channel, -4 * (isXm() ? memory.portamentoUp : parameter));
+        break;
+    case EffectPortamentoDown:
+        slidePeriod(channel, 4 * (isXm() ? memory.portamentoDown : parameter));
+        break;
+    case EffectTonePortamento:
+        tonePortamento(channel);
+        break;
+    case EffectVibrato:
+        applyVibrato(channel);
+        break;
+    case EffectTonePortamentoVolumeSlide:
+        tonePortamento(channel);
+        slideVolume(channel, slide);
+        break;
+    case EffectVibratoVolumeSlide:
+        applyVibrato(channel);
+        slideVolume(channel, slide);
+        break;
+    case EffectTremolo:
+        applyTremolo(channel);
+        break;
+    case EffectVolumeSlide:
+        slideVolume(channel, slide);
+        break;
+    case EffectExtended:
+        tickExtended(channel, high(parameter), low(parameter));
+        break;
+    default:
+        break;
+    }
+}
+
+void Sequencer::tickExtended(Channel& channel, uint8_t command, uint8_t value) {
+    switch (command) {
+    case ExtendedRetrigger:
+        if (value && tickInRow % value == 0 && channel.playing)
+            triggerSample(channel, channel.lastStartFrame);
+        break;
+    case ExtendedNoteCut:
+        if (tickInRow == value)
+            channel.volume = 0;
+        break;
+    default:
+        break;
+    }
+}
+
+void Sequencer::tickVolumeColumn(Channel& channel) { (void)channel; }
+
+// ---- Building blocks -----------------------------------------------------------
+
+// Axy: up x, else down y (x wins when both are set, as in ProTracker and FT2).
+void Sequencer::slideVolume(Channel& channel, uint8_t parameter) {
+    if (high(parameter))
+        channel.volume = std::min(channel.volume + high(parameter), 64);
+    else
+        channel.volume = std::max(channel.volume - low(parameter), 0);
+}
+
+void Sequencer::slidePeriod(Channel& channel, int32_t delta) {
+    if (channel.period <= 0)
+        return;
+    channel.period = channel.tickPeriod = periods.clamp(channel.period + delta);
+}
+
+// Slides towards the target at the remembered speed and stops on it; with
+// glissando the pitch moves in whole semitones of the sample's finetune.
+void Sequencer::tonePortamento(Channel& channel) {
+    int32_t target = channel.portamentoTarget;
+    if (target <= 0 || channel.period <= 0)
+        return;
+    int32_t speed = channel.memory.tonePortamento * 4;
+    if (channel.period < target)
+        channel.period = std::min(channel.period + speed, target);
+    else
+        channel.period = std::max(channel.period - speed, target);
+    channel.tickPeriod = channel.period;
+    if (channel.glissando) {
+        int32_t note = periods.noteAtOrAbove(channel.period, channel.finetune, channel.c4Speed);
+        channel.tickPeriod = periods.notePeriod(note, channel.finetune, channel.c4Speed);
+    }
+}
+
+void Sequencer::applyVibrato(Channel& channel) {
+    channel.vibratoOffset = (channel.vibrato.value() * channel.vibrato.depth * 255) >> 10;
+    channel.vibrato.advance();
+}
+
+void Sequencer::applyTremolo(Channel& channel) {
+    channel.volumeOffset = (channel.tremolo.value() * channel.tremolo.depth * 255) >> 11;
+    channel.tremolo.advance();
+}
+
+// Ticks cycle through the base note, +x and +y semitones. ProTracker counts
+// from the row's start; FT2 counts its ticks down from the speed.
+void Sequencer::applyArpeggio(Channel& channel, uint8_t parameter) {
+    int32_t step = isXm() ? (ticksPerRow - tickInRow) % 3 : tickInRow % 3;
+    if (step == 0)
+        return;
+    int32_t semitones = step == 1 ? high(parameter) : low(parameter);
+    int32_t note = periods.noteAtOrAbove(channel.period, channel.finetune, channel.c4Speed);
+    int32_t period = periods.notePeriod(std::min(note + semitones, 127), channel.finetune, channel.c4Speed);
+    if (period > 0)
+        channel.tickPeriod = period;
+}
+
+}  // namespace mod

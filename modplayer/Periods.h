@@ -1,0 +1,52 @@
+// Periods: the pitch arithmetic of the three period systems, for the
+// sequencer and its effects: note to period (with finetune, C4 speed or
+// relative note already folded into the note), period to frequency, and
+// period back to note (arpeggio, glissando).
+//
+// A period is a number that falls as the pitch rises. Every system counts in
+// units fine enough that a ProTracker slide of 1 is 4 units:
+//   Amiga (MOD, XM with the Amiga table): quarter Amiga periods, note 48 = 1712;
+//     frequency = clock / period, PAL clock for MOD, 8363 * 1712 for XM;
+//   ST3 (S3M): the same quarter periods scaled by 8363 / C4 speed;
+//   linear (XM): 64 units a semitone, note 48 = 4608 = 8363 Hz.
+#pragma once
+
+#include <cstdint>
+
+#include "modplayer/Module.h"
+
+namespace mod {
+
+class Periods {
+public:
+    enum Kind : uint8_t { Amiga, St3, Linear };
+
+    // The system a module plays with, and the range its slides stay within.
+    static Periods forModule(const Module& module);
+
+    Kind kind() const { return system; }
+
+    // Period of `note` (0..127) with `finetune` in 1/128 semitone (Amiga and
+    // linear) or at `c4Speed` Hz (ST3). 0 for notes the system cannot play.
+    int32_t notePeriod(int32_t note, int32_t finetune, int32_t c4Speed) const;
+
+    // Highest note whose period is not below `period` (the note at or just
+    // above the pitch), with the same finetune or C4 speed.
+    int32_t noteAtOrAbove(int32_t period, int32_t finetune, int32_t c4Speed) const;
+
+    // Frequency in Hz with 16 fractional bits; 0 for period 0 (silence).
+    uint64_t frequency(int32_t period) const;
+
+    // Slides stay within [minimum, maximum].
+    int32_t clamp(int32_t period) const;
+    int32_t minimum() const { return lowest; }
+    int32_t maximum() const { return highest; }
+
+private:
+    Kind system = Amiga;
+    uint32_t clock = 0;  // Amiga and ST3: quarter-period clock in Hz
+    int32_t lowest = 1;
+    int32_t highest = 1;
+};
+
+}  // namespace mod

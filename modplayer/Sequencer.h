@@ -1,0 +1,152 @@
+// Sequencer: plays one sub-song of a Module tick by tick without producing
+// sound: it reads each row's cells on the row's first tick, applies the
+// effects on every tick, moves through rows and orders, and leaves in each
+// Channel's `output` what the mixer should play. ModulePlayer drives it and
+// mixes; subsongDuration runs it row by row; tests inspect its channels.
+//
+// Where things live:
+//   Sequencer.cpp  rows, orders, ticks, the song's end;
+//   Notes.cpp      instruments, notes, sample starts, the per-tick output;
+//   Effects.cpp    the effect and volume-column decoding for every format,
+//                  with the ProTracker effects (MOD rules, XM rules where
+//                  they differ: look for isXm());
+//   S3mEffects.cpp the S3M-only codes (0x30..0x3C);
+//   XmEffects.cpp  the XM letter codes (0x10..0x23).
+//
+// The song ends the first time it would play an (order, row) it has already
+// played in this pass. Rows replayed by a running pattern loop do not count,
+// unless the loop state itself repeats (a loop that never ends); a pass also
+// ends after `maxLoopedRows` replayed rows. Running past the song length,
+// order 255 (modes 4 and 6) and empty order lists end it as well. With
+// looping on, a revisit continues where the song went (clearing the
+// history); the other ends continue at the restart position (sub-song 0) or
+// at the sub-song's start.
+#pragma once
+
+#include <cstdint>
+
+#include "core/Array.h"
+#include "modplayer/Channel.h"
+#include "modplayer/Module.h"
+#include "modplayer/Periods.h"
+#include "modplayer/RowHistory.h"
+
+namespace mod {
+
+class Sequencer {
+public:
+    Sequencer() = default;
+    Sequencer(const Sequencer&) = delete;
+    Sequencer& operator=(const Sequencer&) = delete;
+
+    // Prepares sub-song `subsong` (index into module.subsongs) at its first
+    // row. Borrows the module. False for a missing sub-song or no memory.
+    bool start(const Module& module, int32_t subsong);
+    void setLooping(bool on) { looping = on; }
+
+    // Plays the next tick and fills every channel's output. False when the
+    // song has ended: then nothing was played.
+    bool playTick();
+
+    // Seconds from here to the song's end, stepping whole rows and applying
+    // only the effects that move or time the song. Ends the song; ignores
+    // looping.
+    double runToEnd();
+
+    bool ended() const { return songEnded; }
+    int32_t orderPosition() const { return order; }
+    int32_t row() const { return rowIndex; }
+    int32_t tick() const { return tickInRow; }
+    int32_t speed() const { return ticksPerRow; }
+    int32_t tempo() const { return beatsPerMinute; }
+    int32_t globalVolume() const { return globalLevel; }  // 0..64
+    int32_t channelCount() const { return channels.count(); }
+    const Channel& channel(int32_t index) const { return channels[index]; }
+
+    // Replayed rows a pass may spend in pattern loops before it is ended.
+    static constexpr int32_t maxLoopedRows = 1 << 16;
+
+private:
+    // Sequencer.cpp: rows, orders and the song's end.
+    void readRow(bool flowOnly);
+    void repeatRow();
+    void playLaterTick();
+    void finishTick();
+    void advanceRow();
+    bool enterOrder(int32_t position, int32_t startRow);
+    void arriveAtRow();
+    void endPass(bool revisited);
+    bool loopRunning() const;
+    uint32_t loopDigest() const;
+    const PatternCell& cellAt(int32_t channelIndex) const;
+    bool isXm() const { return module->formatType == FormatXm; }
+    bool isS3m() const { return module->formatType == FormatS3m; }
+
+    // Notes.cpp: instruments, notes and the output of a tick.
+    void playCell(Channel& channel, const PatternCell& cell);
+    void selectInstrument(Channel& channel, int32_t number, int32_t note);
+    void startNote(Channel& channel, const PatternCell& cell);
+    const ModuleSample* sampleFor(const ModuleInstrument& instrument, int32_t note) const;
+    void triggerSample(Channel& channel, uint32_t frame);
+    void startAtOffset(Channel& channel, uint32_t frame);
+    void cutNote(Channel& channel);
+    void keyOff(Channel& channel);
+    void computeOutput(Channel& channel);
+
+    // Effects.cpp: the shared (ProTracker) codes and the volume column.
+    void startEffect(Channel& channel);
+    void tickEffect(Channel& channel);
+    bool startFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+    void startExtended(Channel& channel, uint8_t command, uint8_t value);
+    void tickExtended(Channel& channel, uint8_t command, uint8_t value);
+    void startVolumeColumn(Channel& channel);
+    void tickVolumeColumn(Channel& channel);
+    void slideVolume(Channel& channel, uint8_t parameter);
+    void slidePeriod(Channel& channel, int32_t delta);
+    void tonePortamento(Channel& channel);
+    void applyVibrato(Channel& channel);
+    void applyTremolo(Channel& channel);
+    void applyArpeggio(Channel& channel, uint8_t parameter);
+    uint8_t remembered(uint8_t& memory, uint8_t parameter) const;
+
+    // S3mEffects.cpp and XmEffects.cpp: the format-only codes.
+    void startS3mEffect(Channel& channel);
+    void tickS3mEffect(Channel& channel);
+    bool startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+    void startXmEffect(Channel& channel);
+    void tickXmEffect(Channel& channel);
+    bool startXmFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+
+    const Module* module = nullptr;
+    Array<Channel> channels;
+    Periods periods;
+    RowHistory history;
+
+    int32_t startPosition = 0;  // the sub-song's first order position
+    int32_t restartPosition = 0;
+    int32_t order = 0;
+    int32_t pattern = 0;
+    int32_t rowIndex = 0;
+    int32_t rowCount = 0;
+    int32_t tickInRow = 0;
+    int32_t ticksPerRow = 6;
+    int32_t beatsPerMinute = 125;
+    int32_t globalLevel = 64;
+
+    // Pattern delay: repeats of the current row, and which repeat plays.
+    int32_t rowRepeats = 0;
+    int32_t rowRepeat = 0;
+    int32_t extraTicks = 0;  // S3M S6x: ticks added to each repeat of the row
+
+    // Where the row's effects send the song next; -1 where they do not.
+    int32_t jumpOrder = -1;
+    int32_t breakRow = -1;
+    int32_t loopJumpRow = -1;
+    int32_t requestedDelay = -1;
+
+    int32_t loopedRows = 0;
+    bool looping = false;
+    bool songEnded = true;
+};
+
+}  // namespace mod
