@@ -90,14 +90,19 @@ void Sequencer::startEffect(Channel& channel) {
 }
 
 // Effects that move through the song or set its pace. They act once per
-// row, so not again on the repeats of a pattern delay. Also used alone when
-// a song is timed without playing it.
+// row, not again on the repeats of a pattern delay (but see E6x). Also used
+// alone when a song is timed without playing it.
 bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
     bool firstPass = rowRepeat == 0;
     switch (effect) {
     case EffectPositionJump:
-        if (firstPass)
+        // ProTracker and FT2 start the new position at row 0 unless a break
+        // in a later channel names a row; ST3 keeps a break from any channel.
+        if (firstPass) {
             jumpOrder = parameter;
+            if (!isS3m())
+                breakRow = -1;
+        }
         return true;
     case EffectPatternBreak:
         if (firstPass) {
@@ -118,7 +123,9 @@ bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parame
         return true;
     case EffectExtended:
         if (high(parameter) == ExtendedPatternLoop) {
-            if (!firstPass)
+            // ProTracker counts a loop again on each repeat of a delayed
+            // row (EEx beside E6x), which can keep a loop going for ever.
+            if (!firstPass && module->formatType != FormatMod)
                 return true;
             if (low(parameter) == 0) {
                 channel.loopRow = rowIndex;
@@ -298,12 +305,14 @@ void Sequencer::tonePortamento(Channel& channel) {
 }
 
 void Sequencer::applyVibrato(Channel& channel) {
-    channel.vibratoOffset = (channel.vibrato.value() * channel.vibrato.depth * 255) >> 10;
+    // Divided, not shifted: the trackers scale the magnitude and then add or
+    // subtract it, so the wave stays symmetric.
+    channel.vibratoOffset = channel.vibrato.value() * channel.vibrato.depth * 255 / 1024;
     channel.vibrato.advance();
 }
 
 void Sequencer::applyTremolo(Channel& channel) {
-    channel.volumeOffset = (channel.tremolo.value() * channel.tremolo.depth * 255) >> 11;
+    channel.volumeOffset = channel.tremolo.value() * channel.tremolo.depth * 255 / 2048;
     channel.tremolo.advance();
 }
 
