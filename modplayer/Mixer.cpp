@@ -2,67 +2,19 @@
 #include "modplayer/Mixer.h"
 
 #include <algorithm>
+#include <atomic>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include "modplayer/MixStretch.h"
+#include "modplayer/VectorMixLoops.h"
 
 namespace mod {
 
 namespace {
 
-// A term is sample * gain (at most 2^15 * 2^12) shifted down by 3, so 64
-// voices at full gain still fit the 32-bit accumulator.
-constexpr int32_t termShift = 12 - accumulatorShift;
-static_assert(termShift >= 0, "gains are 12-bit fractions");
-
-// One frame of the sample at `position`: nearest, or linear between the
-// frame and the next (the sample always holds one frame past its end).
-template <int SampleChannels, bool Interpolate>
-inline int32_t sampleAt(const int16_t* frames, uint64_t position, int side) {
-    const int16_t* frame = frames + (position >> 32) * SampleChannels + side;
-    int32_t value = frame[0];
-    if constexpr (Interpolate) {
-        int32_t fraction = int32_t(uint32_t(position) >> 17);  // 15 bits
-        value += ((frame[SampleChannels] - value) * fraction) >> 15;
-    }
-    return value;
-}
-
-// Mixes `frames` output frames without looking at loop or sample ends: the
-// driver only asks for as many as fit before the next one. With Ramp the
-// gains move by rampStep every frame; without, they are constant.
-template <int OutChannels, int SampleChannels, bool Interpolate, bool Ramp>
-void mixStretch(Voice& voice, int32_t* out, int32_t frames) {
-    const int16_t* data = voice.frames;
-    const uint64_t step = voice.step;
-    uint64_t position = voice.position;
-    int32_t left = voice.level[0];
-    int32_t right = voice.level[1];
-    const int32_t leftStep = voice.rampStep[0];
-    const int32_t rightStep = voice.rampStep[1];
-    for (int32_t i = 0; i < frames; ++i, position += step) {
-        if constexpr (Ramp) {
-            left += leftStep;
-            right += rightStep;
-        }
-        int32_t a = sampleAt<SampleChannels, Interpolate>(data, position, 0);
-        if constexpr (OutChannels == 1) {
-            if constexpr (SampleChannels == 2)
-                a = (a + sampleAt<2, Interpolate>(data, position, 1)) >> 1;
-            out[i] += (a * (left >> 16)) >> termShift;
-        } else {
-            int32_t b = a;
-            if constexpr (SampleChannels == 2)
-                b = sampleAt<2, Interpolate>(data, position, 1);
-            out[2 * i] += (a * (left >> 16)) >> termShift;
-            out[2 * i + 1] += (b * (right >> 16)) >> termShift;
-        }
-    }
-    voice.position = position;
-    voice.level[0] = left;
-    voice.level[1] = right;
-}
-
-using MixLoop = void (*)(Voice&, int32_t*, int32_t);
-
-// mixLoops[outChannels - 1][sampleChannels - 1][interpolate][ramp]
+// The scalar family: scalarLoops[outChannels - 1][sampleChannels - 1][interpolate][ramp].
 template <int Out, int Sample>
 constexpr MixLoop loopsFor(bool interpolate, bool ramp) {
     if (interpolate)
@@ -70,7 +22,7 @@ constexpr MixLoop loopsFor(bool interpolate, bool ramp) {
     return ramp ? mixStretch<Out, Sample, false, true> : mixStretch<Out, Sample, false, false>;
 }
 
-const MixLoop mixLoops[2][2][2][2] = {
+constexpr MixLoop scalarLoops[2][2][2][2] = {
     {{{loopsFor<1, 1>(false, false), loopsFor<1, 1>(false, true)},
       {loopsFor<1, 1>(true, false), loopsFor<1, 1>(true, true)}},
      {{loopsFor<1, 2>(false, false), loopsFor<1, 2>(false, true)},
@@ -80,6 +32,32 @@ const MixLoop mixLoops[2][2][2][2] = {
      {{loopsFor<2, 2>(false, false), loopsFor<2, 2>(false, true)},
       {loopsFor<2, 2>(true, false), loopsFor<2, 2>(true, true)}}},
 };
+
+// The loops in use: the scalar family, with the steady mono-sample loops
+// replaced by vector ones where the processor has them.
+struct LoopTable {
+    MixLoop loops[2][2][2][2];
+
+    explicit LoopTable(bool vector) {
+        for (int out = 0; out < 2; ++out)
+            for (int sample = 0; sample < 2; ++sample)
+                for (int interpolate = 0; interpolate < 2; ++interpolate)
+                    for (int ramp = 0; ramp < 2; ++ramp)
+                        loops[out][sample][interpolate][ramp] = scalarLoops[out][sample][interpolate][ramp];
+        for (int out = 0; out < 2 && vector; ++out)
+            for (int interpolate = 0; interpolate < 2; ++interpolate)
+                if (MixLoop loop = vectorMixLoop(out + 1, interpolate))
+                    loops[out][0][interpolate][0] = loop;
+    }
+};
+
+const LoopTable& loopTable(bool vector) {
+    static const LoopTable withVectors(true);
+    static const LoopTable scalarOnly(false);
+    return vector ? withVectors : scalarOnly;
+}
+
+std::atomic<bool> vectorLoopsOn{true};
 
 // Output frames until the position reaches `end` (at least 1).
 int32_t framesBefore(uint64_t position, uint64_t end, uint64_t step, int32_t limit) {
@@ -102,7 +80,10 @@ bool wrapOrStop(Voice& voice) {
 
 }  // namespace
 
+void useVectorLoops(bool on) { vectorLoopsOn.store(on, std::memory_order_relaxed); }
+
 void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outChannels, bool interpolate) {
+    const auto& loops = loopTable(vectorLoopsOn.load(std::memory_order_relaxed)).loops[outChannels - 1];
     const uint64_t end = uint64_t(voice.end) << 32;
     while (frames > 0 && voice.active) {
         if (voice.step == 0) {  // period 0: silent, and the voice stays where it is
@@ -113,7 +94,7 @@ void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outCha
             return;
         bool ramp = voice.rampFrames > 0;
         int32_t stretch = framesBefore(voice.position, end, voice.step, ramp ? std::min(frames, voice.rampFrames) : frames);
-        mixLoops[outChannels - 1][voice.sampleChannels - 1][interpolate][ramp](voice, accumulator, stretch);
+        loops[voice.sampleChannels - 1][interpolate][ramp](voice, accumulator, stretch);
         if (ramp && (voice.rampFrames -= stretch) == 0)
             voice.finishRamp();
         accumulator += stretch * outChannels;
@@ -122,7 +103,17 @@ void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outCha
 }
 
 void clipToInt16(const int32_t* accumulator, int16_t* out, int32_t samples) {
-    for (int32_t i = 0; i < samples; ++i)
+    int32_t i = 0;
+#ifdef __SSE2__
+    // Saturating pack: eight samples shifted and clipped in three instructions.
+    for (; i + 8 <= samples; i += 8) {
+        __m128i low = _mm_srai_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(accumulator + i)), accumulatorShift);
+        __m128i high =
+            _mm_srai_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(accumulator + i + 4)), accumulatorShift);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(low, high));
+    }
+#endif
+    for (; i < samples; ++i)
         out[i] = int16_t(std::clamp(accumulator[i] >> accumulatorShift, -32768, 32767));
 }
 

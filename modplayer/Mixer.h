@@ -20,6 +20,10 @@ constexpr int32_t accumulatorShift = 9;
 // `outChannels` 1 or 2), advancing, wrapping, ramping and stopping it.
 void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outChannels, bool interpolate);
 
+// Vector loops (VectorMixLoops.h) where the processor has them: on by
+// default; off leaves the scalar family, for tests and benchmarks.
+void useVectorLoops(bool on);
+
 // out[i] = accumulator[i] >> accumulatorShift, clipped to 16 bits.
 void clipToInt16(const int32_t* accumulator, int16_t* out, int32_t samples);
 

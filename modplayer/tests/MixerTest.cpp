@@ -1,6 +1,6 @@
 // Tests of the mixing loops: every combination of output channels, sample
-// frame, interpolation and ramp against a plain frame-by-frame reference,
-// on stretches that cross loop ends and sample ends.
+// frame, interpolation and ramp, scalar and vector, against a plain
+// frame-by-frame reference, on stretches that cross loop and sample ends.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -88,11 +88,13 @@ TEST(Mixer, EveryLoopMatchesThePlainReference) {
         {"starting past the loop end", 100, 20, 60, 90ull << 32, 0x80000000ull, 300},
         {"one-frame loop at the end", 50, 49, 50, 40ull << 32, 0x123456789ull, 300},
     };
+    for (bool vector : {true, false})
     for (const auto& c : cases)
         for (int32_t outChannels : {1, 2})
             for (int32_t sampleChannels : {1, 2})
                 for (bool interpolate : {false, true})
                     for (bool ramp : {false, true}) {
+                        useVectorLoops(vector);
                         SharedRef<SampleData> data = makeSample(sampleChannels, c.frames, c.loopStart, c.loopEnd, 7);
                         Voice voice;
                         ASSERT_TRUE(voice.start(*data, uint32_t(c.start >> 32))) << c.what;
@@ -106,11 +108,12 @@ TEST(Mixer, EveryLoopMatchesThePlainReference) {
                         for (int32_t done = 0, piece = 1; done < c.mixFrames; done += piece, piece = piece * 3 + 1)
                             mixVoice(voice, mixed.data() + done * outChannels, std::min(piece, c.mixFrames - done),
                                      outChannels, interpolate);
-                        EXPECT_EQ(mixed, expected) << c.what << ", out " << outChannels << ", sample "
+                        EXPECT_EQ(mixed, expected) << c.what << ", vector " << vector << ", out " << outChannels << ", sample "
                                                    << sampleChannels << ", interpolate " << interpolate << ", ramp "
                                                    << ramp;
                         EXPECT_EQ(voice.active, data->isLooped()) << c.what;
                     }
+    useVectorLoops(true);
 }
 
 TEST(Mixer, ClipsTheSumToSixteenBits) {
