@@ -151,8 +151,6 @@ void Sequencer::computeOutput(Channel& channel) {
     out.panning = uint8_t(std::clamp(channel.panning + channel.envelopePanning, 0, 255));
     int32_t period = channel.tickPeriod + channel.vibratoOffset + channel.autoVibratoOffset;
     out.frequency = channel.playing ? periods.frequency(period) : 0;
-    if (channel.sample && channel.sample->data)
-        out.sample = channel.sample->data.get();
 }
 
 }  // namespace mod

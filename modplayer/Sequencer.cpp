@@ -128,7 +128,7 @@ void Sequencer::playLaterTick() {
     for (Channel& channel : channels) {
         channel.tickPeriod = channel.period;
         channel.vibratoOffset = channel.volumeOffset = 0;
-        if (channel.delayTick == tickInRow) {
+        if (channel.delayTick > 0 && channel.delayTick == tickInRow) {
             channel.noteOnRow = false;
             playCell(channel, channel.delayedCell);
         }

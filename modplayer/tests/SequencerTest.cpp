@@ -282,19 +282,32 @@ TEST(Sequencer, RowsAndOrdersUntilTheEnd) {
 }
 
 TEST(Sequencer, PatternDelayRepeatsTheRowAndItsNoteDelay) {
-    SongBuilder builder(FormatMod, 4, 1, 16);
-    builder.sample(64);
-    builder.note(0, 0, 0, c4, 1, EffectExtended, 0xD2);
-    builder.effect(0, 0, 1, EffectExtended, 0xE2);
-    builder.effect(0, 1, 1, EffectPositionJump, 0);
-    Sequencer sequencer;
-    ASSERT_TRUE(sequencer.start(builder.song(), 0));
-    std::vector<int32_t> triggers;
-    for (int32_t tick = 0; sequencer.playTick(); ++tick)
-        if (sequencer.channel(0).output.trigger)
-            triggers.push_back(tick);
-    // Three passes of six ticks on row 0, the note at tick 2 of each; row 1 ends the song.
-    EXPECT_EQ(triggers, (std::vector<int32_t>{2, 8, 14}));
+    const struct {
+        const char* what;
+        int32_t format;
+        int32_t delayRow;
+        std::vector<int32_t> triggerTicks;
+    } cases[] = {
+        // Three passes of six ticks on row 0, the note at tick 2 of each.
+        {"MOD: the delayed note starts in every pass", FormatMod, 0, {2, 8, 14}},
+        {"XM: the delayed note starts in every pass", FormatXm, 0, {2, 8, 14}},
+        {"XM: a delay on the next row starts no note", FormatXm, 1, {2}},
+        {"MOD: a delay on the next row starts no note", FormatMod, 1, {2}},
+    };
+    for (const auto& c : cases) {
+        SongBuilder builder(c.format, 4, 1, 16);
+        builder.sample(64);
+        builder.note(0, 0, 0, c4, 1, EffectExtended, 0xD2);
+        builder.effect(0, c.delayRow, 1, EffectExtended, 0xE2);
+        builder.effect(0, c.delayRow + 1, 1, EffectPositionJump, 0);
+        Sequencer sequencer;
+        ASSERT_TRUE(sequencer.start(builder.song(), 0));
+        std::vector<int32_t> triggers;
+        for (int32_t tick = 0; sequencer.playTick(); ++tick)
+            if (sequencer.channel(0).output.trigger)
+                triggers.push_back(tick);
+        EXPECT_EQ(triggers, c.triggerTicks) << c.what;
+    }
 }
 
 TEST(Sequencer, SubsongStartsAtItsOwnPosition) {
