@@ -77,6 +77,10 @@ double Sequencer::runToEnd() {
     double seconds = 0;
     while (!songEnded) {
         readRow(true);
+        // The repeats of a pattern delay: only what repeatRow would apply again.
+        for (rowRepeat = 1; rowRepeat <= rowRepeats; ++rowRepeat)
+            for (Channel& channel : channels)
+                startFlowEffect(channel, channel.effect, channel.parameter);
         seconds += (ticksPerRow + extraTicks) * (rowRepeats + 1) * 2.5 / beatsPerMinute;
         tickInRow = rowRepeat = 0;
         advanceRow();

@@ -361,8 +361,8 @@ TEST(Sequencer, LoopingPlaysOnPastTheEnd) {
 // long as its duration says, with nothing out of bounds on the way.
 TEST(Sequencer, GeneratedSongsRenderToTheirEnd) {
     std::mt19937 random(20240611);
-    for (int32_t song = 0; song < 200; ++song) {
-        int32_t format = song % 3 == 0 ? FormatXm : FormatMod;
+    for (int32_t song = 0; song < 1000; ++song) {
+        int32_t format = song % 3 == 0 ? FormatXm : song % 3 == 1 ? FormatMod : FormatS3m;
         SongBuilder builder(format, 1 + int32_t(random() % 8), 1 + int32_t(random() % 3), 1 + int32_t(random() % 24));
         builder.sample(1 + int32_t(random() % 3000), uint8_t(random()), int8_t(random()));
         builder.sample(200, 255, 0, int32_t(random() % 200), 200);
@@ -371,8 +371,9 @@ TEST(Sequencer, GeneratedSongsRenderToTheirEnd) {
             for (PatternRow& row : pattern)
                 for (PatternCell& cell : row)
                     if (random() % 3 == 0)
-                        cell = {uint8_t(random() % 130), uint8_t(random() % 5), uint8_t(random()),
-                                uint8_t(random() % 16), uint8_t(random())};
+                        cell = {uint8_t(random() % 8 ? random() % 130 : 253 + random() % 3), uint8_t(random() % 5),
+                                uint8_t(random()), uint8_t(random() % 8 ? random() % 16 : random() % 0x3D),
+                                uint8_t(random())};
         std::vector<uint16_t> orders;
         for (uint32_t i = 0, n = 1 + random() % 6; i < n; ++i)
             orders.push_back(uint16_t(random() % 4));
