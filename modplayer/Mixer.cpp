@@ -65,17 +65,21 @@ int32_t framesBefore(uint64_t position, uint64_t end, uint64_t step, int32_t lim
     return needed < uint64_t(limit) ? int32_t(needed) : limit;
 }
 
-// At or past the end: back into the loop, or the voice stops.
-bool wrapOrStop(Voice& voice) {
+// At or past the end: on into a queued sample, back into the loop, or the
+// voice stops.
+void wrapOrStop(Voice& voice) {
+    if (voice.hasQueued) {
+        voice.startQueued();
+        return;
+    }
     if (!voice.looped) {
         voice.active = false;
-        return false;
+        return;
     }
     uint32_t frame = uint32_t(voice.position >> 32);
     voice.sample->wrapPosition(frame);
     voice.position = uint64_t(frame) << 32 | uint32_t(voice.position);
     voice.active = frame < voice.end;  // a loop the data does not hold cannot play
-    return voice.active;
 }
 
 }  // namespace
@@ -84,14 +88,16 @@ void useVectorLoops(bool on) { vectorLoopsOn.store(on, std::memory_order_relaxed
 
 void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outChannels, bool interpolate) {
     const auto& loops = loopTable(vectorLoopsOn.load(std::memory_order_relaxed)).loops[outChannels - 1];
-    const uint64_t end = uint64_t(voice.end) << 32;
     while (frames > 0 && voice.active) {
         if (voice.step == 0) {  // period 0: silent, and the voice stays where it is
             voice.finishRamp();
             return;
         }
-        if (voice.position >= end && !wrapOrStop(voice))
-            return;
+        uint64_t end = uint64_t(voice.end) << 32;
+        if (voice.position >= end) {
+            wrapOrStop(voice);
+            continue;
+        }
         bool ramp = voice.rampFrames > 0;
         int32_t stretch = framesBefore(voice.position, end, voice.step, ramp ? std::min(frames, voice.rampFrames) : frames);
         loops[voice.sampleChannels - 1][interpolate][ramp](voice, accumulator, stretch);

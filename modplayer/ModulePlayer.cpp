@@ -72,6 +72,10 @@ void ModulePlayer::State::steerVoice(const ChannelOutput& output, Voice& voice, 
         voice.start(*output.sample, output.startFrame);
     if (!voice.active)
         return;
+    if (output.swap) {
+        voice.hasQueued = true;
+        voice.queued = output.sample;
+    }
     voice.step = (output.frequency << 16) / settings.sampleRate;
     int32_t level = int32_t((int64_t(gain) * output.volume) >> 16);
     if (settings.channels == 1)

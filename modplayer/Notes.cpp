@@ -35,6 +35,8 @@ void Sequencer::playCell(Channel& channel, const PatternCell& cell) {
         keyOff(channel);
     else if (hasNote)
         startNote(channel, cell);
+    if (cell.instrument && !channel.output.trigger && isMod())
+        swapSample(channel);
     startVolumeColumn(channel);
 }
 
@@ -111,6 +113,19 @@ void Sequencer::triggerSample(Channel& channel, uint32_t frame) {
     channel.output.stop = false;
     channel.output.sample = channel.sample->data.get();
     channel.output.startFrame = frame;
+}
+
+// ProTracker: an instrument number that starts no note (alone, or beside a
+// tone portamento) still hands its sample to Paula, which plays it, from its
+// loop, once the sample playing now reaches its loop end; an unlooped or
+// empty sample ends the sound there. Chip tunes change waveforms this way.
+void Sequencer::swapSample(Channel& channel) {
+    const ModuleSample* next = channel.instrument ? sampleFor(*channel.instrument, 0) : nullptr;
+    if (!channel.instrument || !channel.playing || next == channel.sample)
+        return;
+    channel.sample = next;
+    channel.output.swap = true;
+    channel.output.sample = next && next->data && next->data->isLooped() ? next->data.get() : nullptr;
 }
 
 // A start beyond the playable frames: ProTracker (and ST3) play a looped

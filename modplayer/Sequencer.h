@@ -81,6 +81,7 @@ private:
     const PatternCell& cellAt(int32_t channelIndex) const;
     bool isXm() const { return module->formatType == FormatXm; }
     bool isS3m() const { return module->formatType == FormatS3m; }
+    bool isMod() const { return module->formatType == FormatMod; }
 
     // Notes.cpp: instruments, notes and the output of a tick.
     void playCell(Channel& channel, const PatternCell& cell);
@@ -88,6 +89,7 @@ private:
     void startNote(Channel& channel, const PatternCell& cell);
     const ModuleSample* sampleFor(const ModuleInstrument& instrument, int32_t note) const;
     void triggerSample(Channel& channel, uint32_t frame);
+    void swapSample(Channel& channel);
     void startAtOffset(Channel& channel, uint32_t frame);
     void cutNote(Channel& channel);
     void keyOff(Channel& channel);

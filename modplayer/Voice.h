@@ -21,6 +21,8 @@ struct Voice {
     bool looped = false;
     bool active = false;
     bool stopAfterRamp = false;          // a fade-out: silent once the ramp ends
+    bool hasQueued = false;              // at the end, go on with `queued` (MOD sample swap)
+    const SampleData* queued = nullptr;  // its loop plays next; null: the voice stops
 
     uint64_t position = 0;  // frames, 32.32 fixed point
     uint64_t step = 0;      // frames per output frame, 32.32
@@ -32,7 +34,7 @@ struct Voice {
 
     // Starts `data` at `frame`; false (and inactive) when nothing can play.
     bool start(const SampleData& data, uint32_t frame) {
-        active = false;
+        active = hasQueued = false;
         if (!data.pcm.count() || data.channels < 1 || data.channels > 2)
             return false;
         sample = &data;
@@ -46,6 +48,18 @@ struct Voice {
         position = uint64_t(frame) << 32;
         active = end > 0;
         return active;
+    }
+
+    // At the end of the sample or loop: on into the queued sample's loop,
+    // carrying the overshoot. False (and inactive) when there is none.
+    bool startQueued() {
+        uint64_t beyond = position - (uint64_t(end) << 32);
+        if (!queued || !start(*queued, queued->loopStart)) {
+            active = hasQueued = false;
+            return false;
+        }
+        position += beyond;
+        return true;
     }
 
     // Moves towards new gains over `frames` output frames (at once when 0).

@@ -138,3 +138,36 @@ TEST(Mixer, FadeOutStopsTheVoiceAtTheRampEnd) {
     for (int32_t i = 200; i < 600; ++i)
         EXPECT_EQ(mixed[i], 0) << i;
 }
+
+// ProTracker's sample swap: the queued sample's loop takes over where the
+// playing one reaches its loop end; with nothing queued the voice stops there.
+TEST(Mixer, QueuedSampleTakesOverAtTheLoopEnd) {
+    auto constant = [](int16_t value, int32_t frames, int32_t loopStart) {
+        SampleFormat format;
+        format.length = frames;
+        format.loopStart = loopStart;
+        format.loopEnd = frames;
+        format.loopType = LoopForward;
+        std::vector<int16_t> pcm(size_t(frames), value);
+        SampleData* data = new SampleData;
+        data->setData(format, pcm.data(), frames * 2, LittleEndianSamples, 1);
+        data->finalise();
+        return SharedRef<SampleData>(data);
+    };
+    SharedRef<SampleData> playing = constant(1000, 64, 0), next = constant(-2000, 30, 10);
+    for (bool queueSample : {true, false}) {
+        Voice voice;
+        ASSERT_TRUE(voice.start(*playing, 40));
+        voice.step = 1ull << 32;
+        voice.steer(1 << 12, 1 << 12, 0);
+        voice.hasQueued = true;
+        voice.queued = queueSample ? next.get() : nullptr;
+        std::vector<int32_t> mixed(200);
+        mixVoice(voice, mixed.data(), 100, 2, false);
+        for (int32_t i = 0; i < 100; ++i) {
+            int32_t expected = i < 24 ? 1000 : queueSample ? -2000 : 0;
+            ASSERT_EQ(mixed[2 * i] >> accumulatorShift, expected) << i << (queueSample ? " queued" : " stop");
+        }
+        EXPECT_EQ(voice.active, queueSample);
+    }
+}

@@ -18,7 +18,7 @@ using namespace mod;
 
 namespace {
 
-enum Observed { Period, Volume, Trigger, StartFrame };
+enum Observed { Period, Volume, Trigger, StartFrame, Swap };
 
 int32_t observe(const Channel& channel, Observed what) {
     switch (what) {
@@ -30,6 +30,8 @@ int32_t observe(const Channel& channel, Observed what) {
         return channel.output.trigger;
     case StartFrame:
         return channel.output.trigger ? int32_t(channel.output.startFrame) : -1;
+    case Swap:
+        return channel.output.swap;
     }
     return 0;
 }
@@ -174,6 +176,24 @@ TEST(Sequencer, EffectsTickByTick) {
         {"finetune E5F applies to the note beside it", FormatMod,
          [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0x5F); }, 0, Period,
          {431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4}},  // ProTracker's C-2 at finetune -1
+        {"MOD: an instrument alone hands its sample to the voice", FormatMod,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1);
+             b.note(0, 1, 0, noNote, 2);
+         },
+         1, Swap, {1, 0, 0, 0, 0, 0}},
+        {"MOD: the same instrument alone swaps nothing", FormatMod,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1);
+             b.note(0, 1, 0, noNote, 1);
+         },
+         1, Swap, {0, 0, 0, 0, 0, 0}},
+        {"XM: an instrument alone keeps the sample", FormatXm,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1);
+             b.note(0, 1, 0, noNote, 2);
+         },
+         1, Swap, {0, 0, 0, 0, 0, 0}},
     };
     for (const auto& c : cases) {
         SongBuilder builder(c.format);
