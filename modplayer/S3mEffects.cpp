@@ -6,7 +6,8 @@
 // To do, by entry point:
 //   startS3mFlowEffect: A (speed), T (tempo), SBx (pattern loop), SEx
 //     (pattern delay; ST3 takes the first channel's), S6x (extraTicks);
-//     return true for these so duration scans see them;
+//     return true for these so duration scans see them, and act only while
+//     rowRepeat is 0;
 //   startS3mEffect / tickS3mEffect: D, E, F (with fine and extra-fine
 //     forms and ST3's shared memory), J, K, L, the other S commands, U, W,
 //     X, Y (the channel's panbrello oscillator).

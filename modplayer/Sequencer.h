@@ -13,6 +13,22 @@
 //   S3mEffects.cpp the S3M-only codes (0x30..0x3C);
 //   XmEffects.cpp  the XM letter codes (0x10..0x23).
 //
+// Seams for the format effects still to come:
+//   - S3M: S3mEffects.cpp takes the codes 0x30..0x3C. The ones that time or
+//     move the song (A, T, SBx, SEx, S6x via `extraTicks`) belong in
+//     startS3mFlowEffect, so that runToEnd sees them; it returns true for
+//     them and acts only when `rowRepeat` is 0 (a pattern-delay repeat
+//     calls it again). S3M's shared codes play through Effects.cpp: ST3's
+//     memory rules go there under isS3m(). Periods knows ST3's C4 speed.
+//   - XM: XmEffects.cpp takes the letters 0x10..0x23; the volume column's
+//     other commands go into startVolumeColumn / tickVolumeColumn
+//     (Effects.cpp). Envelopes, fadeout and auto-vibrato advance in a step
+//     of their own called from playTick just before computeOutput (Notes.cpp),
+//     filling the Channel fields computeOutput already combines.
+//   - Choices already made by format: isXm() in Effects.cpp (effect
+//     memories, E5x, arpeggio order, F00), startAtOffset (offsets past the
+//     end), repeatRow (not for XM), keyOff, swapSample (MOD only).
+//
 // The song ends the first time it would play an (order, row) it has already
 // played in this pass. Rows replayed by a running pattern loop do not count,
 // unless the loop state itself repeats (a loop that never ends); a pass also

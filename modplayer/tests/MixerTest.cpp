@@ -88,31 +88,30 @@ TEST(Mixer, EveryLoopMatchesThePlainReference) {
         {"starting past the loop end", 100, 20, 60, 90ull << 32, 0x80000000ull, 300},
         {"one-frame loop at the end", 50, 49, 50, 40ull << 32, 0x123456789ull, 300},
     };
-    for (bool vector : {true, false})
+    // Every variant: vector or scalar loops, 1 or 2 output channels, mono or
+    // stereo samples, nearest or linear, steady or ramped gains.
     for (const auto& c : cases)
-        for (int32_t outChannels : {1, 2})
-            for (int32_t sampleChannels : {1, 2})
-                for (bool interpolate : {false, true})
-                    for (bool ramp : {false, true}) {
-                        useVectorLoops(vector);
-                        SharedRef<SampleData> data = makeSample(sampleChannels, c.frames, c.loopStart, c.loopEnd, 7);
-                        Voice voice;
-                        ASSERT_TRUE(voice.start(*data, uint32_t(c.start >> 32))) << c.what;
-                        voice.position = c.start;
-                        voice.step = c.step;
-                        voice.steer(3000, 1000, 0);
-                        voice.steer(500, 4096, ramp ? 777 : 0);
-                        std::vector<int32_t> expected = referenceMix(*data, voice, c.mixFrames, outChannels, interpolate);
-                        std::vector<int32_t> mixed(expected.size());
-                        // In uneven pieces, as ticks and chunks cut it.
-                        for (int32_t done = 0, piece = 1; done < c.mixFrames; done += piece, piece = piece * 3 + 1)
-                            mixVoice(voice, mixed.data() + done * outChannels, std::min(piece, c.mixFrames - done),
-                                     outChannels, interpolate);
-                        EXPECT_EQ(mixed, expected) << c.what << ", vector " << vector << ", out " << outChannels << ", sample "
-                                                   << sampleChannels << ", interpolate " << interpolate << ", ramp "
-                                                   << ramp;
-                        EXPECT_EQ(voice.active, data->isLooped()) << c.what;
-                    }
+        for (int32_t variant = 0; variant < 32; ++variant) {
+            bool vector = variant & 1, interpolate = variant & 2, ramp = variant & 4;
+            int32_t outChannels = 1 + (variant >> 3 & 1), sampleChannels = 1 + (variant >> 4 & 1);
+            useVectorLoops(vector);
+            SharedRef<SampleData> data = makeSample(sampleChannels, c.frames, c.loopStart, c.loopEnd, 7);
+            Voice voice;
+            ASSERT_TRUE(voice.start(*data, uint32_t(c.start >> 32))) << c.what;
+            voice.position = c.start;
+            voice.step = c.step;
+            voice.steer(3000, 1000, 0);
+            voice.steer(500, 4096, ramp ? 777 : 0);
+            std::vector<int32_t> expected = referenceMix(*data, voice, c.mixFrames, outChannels, interpolate);
+            std::vector<int32_t> mixed(expected.size());
+            // In uneven pieces, as ticks and chunks cut it.
+            for (int32_t done = 0, piece = 1; done < c.mixFrames; done += piece, piece = piece * 3 + 1)
+                mixVoice(voice, mixed.data() + done * outChannels, std::min(piece, c.mixFrames - done), outChannels,
+                         interpolate);
+            EXPECT_EQ(mixed, expected) << c.what << ", vector " << vector << ", out " << outChannels << ", sample "
+                                       << sampleChannels << ", interpolate " << interpolate << ", ramp " << ramp;
+            EXPECT_EQ(voice.active, data->isLooped()) << c.what;
+        }
     useVectorLoops(true);
 }
 
