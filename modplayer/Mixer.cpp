@@ -99,7 +99,8 @@ void mixVoice(Voice& voice, int32_t* accumulator, int32_t frames, int32_t outCha
             continue;
         }
         bool ramp = voice.rampFrames > 0;
-        int32_t stretch = framesBefore(voice.position, end, voice.step, ramp ? std::min(frames, voice.rampFrames) : frames);
+        int32_t limit = ramp ? std::min(frames, voice.rampFrames) : frames;
+        int32_t stretch = framesBefore(voice.position, end, voice.step, limit);
         loops[voice.sampleChannels - 1][interpolate][ramp](voice, accumulator, stretch);
         if (ramp && (voice.rampFrames -= stretch) == 0)
             voice.finishRamp();
@@ -113,9 +114,9 @@ void clipToInt16(const int32_t* accumulator, int16_t* out, int32_t samples) {
 #ifdef __SSE2__
     // Saturating pack: eight samples shifted and clipped in three instructions.
     for (; i + 8 <= samples; i += 8) {
-        __m128i low = _mm_srai_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(accumulator + i)), accumulatorShift);
-        __m128i high =
-            _mm_srai_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(accumulator + i + 4)), accumulatorShift);
+        const __m128i* in = reinterpret_cast<const __m128i*>(accumulator + i);
+        __m128i low = _mm_srai_epi32(_mm_loadu_si128(in), accumulatorShift);
+        __m128i high = _mm_srai_epi32(_mm_loadu_si128(in + 1), accumulatorShift);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(low, high));
     }
 #endif

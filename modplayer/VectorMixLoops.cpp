@@ -49,10 +49,11 @@ __attribute__((target("avx2"))) void mixMonoSampleAvx2(Voice& voice, int32_t* ou
             __m256i r = _mm256_srai_epi32(_mm256_mullo_epi32(value, right), termShift);
             __m256i low = _mm256_unpacklo_epi32(l, r);   // frames 0 1 | 4 5
             __m256i high = _mm256_unpackhi_epi32(l, r);  // frames 2 3 | 6 7
+            __m256i frames0to3 = _mm256_permute2x128_si256(low, high, 0x20);
+            __m256i frames4to7 = _mm256_permute2x128_si256(low, high, 0x31);
             __m256i* o = reinterpret_cast<__m256i*>(out);
-            _mm256_storeu_si256(o, _mm256_add_epi32(_mm256_loadu_si256(o), _mm256_permute2x128_si256(low, high, 0x20)));
-            _mm256_storeu_si256(o + 1,
-                                _mm256_add_epi32(_mm256_loadu_si256(o + 1), _mm256_permute2x128_si256(low, high, 0x31)));
+            _mm256_storeu_si256(o, _mm256_add_epi32(_mm256_loadu_si256(o), frames0to3));
+            _mm256_storeu_si256(o + 1, _mm256_add_epi32(_mm256_loadu_si256(o + 1), frames4to7));
         }
         first = _mm256_add_epi64(first, advance);
         second = _mm256_add_epi64(second, advance);
