@@ -49,7 +49,7 @@ void renderModule(benchmark::State& state, const std::string& path, bool interpo
     settings.sampleRate = Rate;
     settings.interpolate = interpolate;
     settings.volumeRamp = ramp;
-    double expectedFrames = mod::subsongDuration(*module, 0) * Rate;
+    double expectedFrames = mod::subsongDuration(*module, 0, Rate) * Rate;
     std::vector<int16_t> out(size_t(CallFrames) * 2);
     int64_t frames = 0;
     for (auto _ : state) {

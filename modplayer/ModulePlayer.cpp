@@ -38,7 +38,6 @@ struct ModulePlayer::State {
     PlayerSettings settings;
     int32_t gain = 0;
     int32_t rampFrames = 0;
-    uint64_t tickClock = 0;  // fraction of a frame carried between ticks, 32.32
     int32_t framesLeftInTick = 0;
     int32_t tickFrames = 0;
 
@@ -47,11 +46,8 @@ struct ModulePlayer::State {
     void mix(int16_t* out, int32_t frames);
 };
 
-// rate * 2.5 / tempo frames, with the fraction carried so durations are exact.
 void ModulePlayer::State::startTick() {
-    tickClock += (uint64_t(settings.sampleRate) * 5 << 32) / (2 * uint64_t(sequencer.tempo()));
-    tickFrames = framesLeftInTick = int32_t(tickClock >> 32);
-    tickClock &= 0xFFFFFFFFu;
+    tickFrames = framesLeftInTick = Sequencer::framesPerTick(settings.sampleRate, sequencer.tempo());
     for (int32_t i = 0; i < sequencer.channelCount(); ++i)
         steerVoice(sequencer.channel(i).output, voices[2 * i], voices[2 * i + 1]);
 }
@@ -146,11 +142,11 @@ bool ModulePlayer::ended() const { return !state || (state->sequencer.ended() &&
 int32_t ModulePlayer::orderPosition() const { return state ? state->sequencer.orderPosition() : 0; }
 int32_t ModulePlayer::row() const { return state ? state->sequencer.row() : 0; }
 
-double subsongDuration(const Module& module, int32_t subsong) {
+double subsongDuration(const Module& module, int32_t subsong, uint32_t sampleRate) {
     Sequencer sequencer;
-    if (!sequencer.start(module, subsong))
+    if (sampleRate == 0 || !sequencer.start(module, subsong))
         return -1.0;
-    return sequencer.runToEnd();
+    return double(sequencer.runToEnd(sampleRate)) / sampleRate;
 }
 
 }  // namespace mod

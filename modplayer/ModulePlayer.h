@@ -57,8 +57,8 @@ private:
 };
 
 // Length in seconds of one pass of sub-song `subsong` from its start to its
-// end, found by running the sequencer without mixing; -1 when there is no
-// such sub-song.
-double subsongDuration(const Module& module, int32_t subsong);
+// end as rendered at `sampleRate` (ticks are whole frames), found by running
+// the sequencer without mixing; -1 when there is no such sub-song.
+double subsongDuration(const Module& module, int32_t subsong, uint32_t sampleRate = 44100);
 
 }  // namespace mod

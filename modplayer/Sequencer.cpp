@@ -72,20 +72,20 @@ bool Sequencer::playTick() {
     return true;
 }
 
-double Sequencer::runToEnd() {
+int64_t Sequencer::runToEnd(uint32_t sampleRate) {
     looping = false;
-    double seconds = 0;
+    int64_t frames = 0;
     while (!songEnded) {
         readRow(true);
         // The repeats of a pattern delay: only what repeatRow would apply again.
         for (rowRepeat = 1; rowRepeat <= rowRepeats; ++rowRepeat)
             for (Channel& channel : channels)
                 startFlowEffect(channel, channel.effect, channel.parameter);
-        seconds += (ticksPerRow + extraTicks) * (rowRepeats + 1) * 2.5 / beatsPerMinute;
+        frames += int64_t(ticksPerRow + extraTicks) * (rowRepeats + 1) * framesPerTick(sampleRate, beatsPerMinute);
         tickInRow = rowRepeat = 0;
         advanceRow();
     }
-    return seconds;
+    return frames;
 }
 
 // The row's first tick: every channel takes its cell. With `flowOnly`, only

@@ -64,10 +64,17 @@ public:
     // song has ended: then nothing was played.
     bool playTick();
 
-    // Seconds from here to the song's end, stepping whole rows and applying
-    // only the effects that move or time the song. Ends the song; ignores
-    // looping.
-    double runToEnd();
+    // Frames from here to the song's end at `sampleRate`, stepping whole rows
+    // and applying only the effects that move or time the song. Ends the
+    // song; ignores looping.
+    int64_t runToEnd(uint32_t sampleRate);
+
+    // Output frames of one tick at `tempo`: rate * 2.5 / tempo rounded down
+    // to whole frames, as the trackers' own players do, so that at uneven
+    // tempos notes fall (and songs end) on the same frames as theirs.
+    static int32_t framesPerTick(uint32_t sampleRate, int32_t tempo) {
+        return int32_t(uint64_t(sampleRate) * 5 / (2 * uint64_t(tempo)));
+    }
 
     bool ended() const { return songEnded; }
     int32_t orderPosition() const { return order; }

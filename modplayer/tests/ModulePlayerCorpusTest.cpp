@@ -73,7 +73,7 @@ TEST(ModulePlayerCorpus, EverySubsongPlaysToItsEnd) {
                         peak = std::max(peak, std::abs(int32_t(out[i])));
                 }
                 EXPECT_TRUE(player.ended()) << where;
-                double seconds = subsongDuration(*module, subsong);
+                double seconds = subsongDuration(*module, subsong, rate);
                 EXPECT_NEAR(double(frames), seconds * rate, 1.0) << where;
                 EXPECT_GT(peak, 1000) << where;
                 double reference = referenceSeconds(records, file);

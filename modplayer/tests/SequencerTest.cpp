@@ -350,8 +350,8 @@ TEST(Sequencer, TicksLastRateTimesTwoAndAHalfOverTempo) {
     builder.effect(0, 0, 1, EffectSetSpeedTempo, 3);
     builder.effect(0, 32, 0, EffectSetSpeedTempo, 0xC2);
     Module& module = builder.song();
-    double seconds = 32 * 3 * 2.5 / 97 + 32 * 3 * 2.5 / 194;
-    EXPECT_NEAR(subsongDuration(module, 0), seconds, 1e-9);
+    // Whole frames a tick: 1136 at tempo 97 and 568 at tempo 194.
+    EXPECT_NEAR(subsongDuration(module, 0), (32 * 3 * 1136 + 32 * 3 * 568) / 44100.0, 1e-9);
     for (uint32_t rate : {44100u, 48000u, 8000u}) {
         ModulePlayer player;
         PlayerSettings settings;
@@ -359,7 +359,10 @@ TEST(Sequencer, TicksLastRateTimesTwoAndAHalfOverTempo) {
         ASSERT_TRUE(player.start(module, 0, settings));
         std::vector<int16_t> out(size_t(rate) * 2 * 4);
         int32_t frames = player.render(out.data(), int32_t(out.size() / 2));
-        EXPECT_NEAR(frames, seconds * rate, 1.0) << rate;
+        const int32_t ticks = 32 * 3;
+        EXPECT_EQ(frames, ticks * Sequencer::framesPerTick(rate, 97) + ticks * Sequencer::framesPerTick(rate, 194))
+            << rate;
+        EXPECT_NEAR(subsongDuration(module, 0, rate), double(frames) / rate, 1e-9) << rate;
         EXPECT_TRUE(player.ended());
         EXPECT_EQ(player.render(out.data(), 100), 0);
     }
@@ -400,7 +403,7 @@ TEST(Sequencer, GeneratedSongsRenderToTheirEnd) {
         Module& module = builder.song(orders);
         module.initialTempo = uint8_t(32 + random() % 224);
         for (int32_t subsong = 0; subsong < module.subsongs.count(); ++subsong) {
-            double seconds = subsongDuration(module, subsong);
+            double seconds = subsongDuration(module, subsong, 8000);
             ModulePlayer player;
             PlayerSettings settings;
             settings.sampleRate = 8000;
