@@ -6,95 +6,72 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/MemoryStream.h"
 #include "core/tests/support/TestSupport.h"
 #include "modplayer/ModuleLoader.h"
+#include "modplayer/tests/CorpusJson.h"
 
 using namespace mod;
 
 namespace {
 
-// trackers_info.json is written one value per line: flattened to a map from
-// each value's path ("libxmp.sample_list.3.len", arrays counting from 0) to
-// the value as written, one map per file.
-std::vector<std::map<std::string, std::string>> readTrackersInfo() {
-    std::vector<uint8_t> bytes = readWholeFile(corpusPath("trackers_info.json"));
-    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
-    std::vector<std::map<std::string, std::string>> files;
-    std::vector<std::string> path;
-    std::vector<int> nextIndex;  // per open container; -1 for an object
-    for (std::string line; std::getline(lines, line);) {
-        line.erase(0, line.find_first_not_of(' '));
-        if (!line.empty() && line.back() == ',')
-            line.pop_back();
-        size_t colon = line.find("\": ");
-        std::string key = line[0] == '"' && colon != std::string::npos ? line.substr(1, colon - 1)
-                          : nextIndex.empty() || nextIndex.back() < 0 ? "" : std::to_string(nextIndex.back()++);
-        std::string value = colon != std::string::npos && line[0] == '"' ? line.substr(colon + 3) : line;
-        if (value == "{" || value == "[") {
-            path.push_back(key);
-            nextIndex.push_back(value == "[" ? 0 : -1);
-            if (path.size() == 2)
-                files.emplace_back();
-        } else if (value == "}" || value == "]") {
-            path.pop_back();
-            nextIndex.pop_back();
-        } else if (path.size() >= 2) {
-            std::string where;
-            for (size_t i = 2; i < path.size(); ++i)
-                where += path[i] + ".";
-            files.back()[where + key] = value;
-        }
+// Each XM's record in trackers_info.json: "key" -> value as written.
+struct XmRecord {
+    std::map<std::string, std::string>* values;
+    std::string prefix;  // "[0]"
+
+    std::string operator[](const std::string& key) const {
+        auto found = values->find(prefix + "." + key);
+        return found == values->end() ? "" : found->second;
     }
-    return files;
-}
+    bool has(const std::string& key) const { return values->count(prefix + "." + key) != 0; }
+    int number(const std::string& key) const {
+        EXPECT_TRUE(has(key)) << prefix << " has no " << key;
+        return std::atoi((*this)[key].c_str());
+    }
+    std::vector<uint8_t> file() const {
+        std::string name = (*this)["file"];
+        return readWholeFile(corpusPath(name.substr(1, name.size() - 2)));
+    }
+};
 
-std::string quoted(const String& text) {
-    return "\"" + std::string(text.c_str()) + "\"";
-}
-
-std::vector<std::map<std::string, std::string>> xmInfos() {
-    std::vector<std::map<std::string, std::string>> infos = readTrackersInfo();
-    std::erase_if(infos, [](auto& info) { return !info["file"].ends_with(".xm\""); });
-    return infos;
-}
-
-std::vector<uint8_t> corpusFile(const std::string& quotedName) {
-    return readWholeFile(corpusPath(quotedName.substr(1, quotedName.size() - 2)));
+std::vector<XmRecord> xmRecords(std::map<std::string, std::string>& values) {
+    values = flattenJson(readWholeFile(corpusPath("trackers_info.json")));
+    std::vector<XmRecord> records;
+    for (int i = 0; values.count("[" + std::to_string(i) + "].file"); ++i)
+        if (values["[" + std::to_string(i) + "].file"].ends_with(".xm\""))
+            records.push_back({&values, "[" + std::to_string(i) + "]"});
+    return records;
 }
 
 }  // namespace
 
 TEST(XmCorpus, EveryModuleLoadsAsThePlayersReport) {
     REQUIRE_CORPUS();
-    std::vector<std::map<std::string, std::string>> infos = xmInfos();
-    ASSERT_EQ(infos.size(), 5u);
-    for (std::map<std::string, std::string>& info : infos) {
-        auto number = [&info](const std::string& key) {
-            auto found = info.find(key);
-            EXPECT_NE(found, info.end()) << key;
-            return found == info.end() ? -1 : std::atoi(found->second.c_str());
-        };
-        std::vector<uint8_t> bytes = corpusFile(info["file"]);
+    std::map<std::string, std::string> values;
+    std::vector<XmRecord> records = xmRecords(values);
+    ASSERT_EQ(records.size(), 5u);
+    for (const XmRecord& info : records) {
+        auto number = [&info](const std::string& key) { return info.number(key); };
+        std::vector<uint8_t> bytes = info.file();
         for (int32_t format : {FormatAutomatic, FormatXm}) {
             std::string where = info["file"] + " format " + std::to_string(format);
             MemoryStream stream(bytes.data(), int32_t(bytes.size()));
             auto module = std::make_unique<Module>();
             ASSERT_TRUE(loadModule(*module, stream, format, 0)) << where;
             EXPECT_EQ(std::pair(module->formatType, module->playbackMode), std::pair(int32_t(FormatXm), int32_t(ModeXm)));
-            EXPECT_EQ(quoted(module->title), info["libopenmpt.title"]) << where;
-            EXPECT_EQ(quoted(module->title), info["libxmp.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module->title), info["libopenmpt.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module->title), info["libxmp.title"]) << where;
             EXPECT_EQ(module->channelCount, number("libopenmpt.channels")) << where;
             EXPECT_EQ(module->channelCount, number("libxmp.channels")) << where;
             ASSERT_EQ(module->songLength, number("libopenmpt.orders")) << where;
             ASSERT_EQ(module->orders.count(), number("libxmp.length")) << where;
             for (int32_t i = 0; i < module->songLength; ++i) {
-                EXPECT_EQ(module->orders[i], number("libopenmpt.order_list." + std::to_string(i))) << where << i;
-                EXPECT_EQ(module->orders[i], number("libxmp.orders." + std::to_string(i))) << where << i;
+                EXPECT_EQ(module->orders[i], number("libopenmpt.order_list[" + std::to_string(i) + "]")) << where << i;
+                EXPECT_EQ(module->orders[i], number("libxmp.orders[" + std::to_string(i) + "]")) << where << i;
             }
             EXPECT_EQ(module->restartPosition, number("libxmp.restart")) << where;
             EXPECT_EQ(module->initialSpeed, number("libxmp.speed")) << where;
@@ -109,8 +86,8 @@ TEST(XmCorpus, EveryModuleLoadsAsThePlayersReport) {
 
             for (int32_t i = 0; i < module->samples.count(); ++i) {
                 const ModuleSample& sample = module->samples[i];
-                std::string at = "libxmp.sample_list." + std::to_string(i) + ".", sampleWhere = where + " sample " + at;
-                EXPECT_EQ(quoted(sample.name), info["libopenmpt.sample_names." + std::to_string(i)]) << sampleWhere;
+                std::string at = "libxmp.sample_list[" + std::to_string(i) + "].", sampleWhere = where + " sample " + at;
+                EXPECT_EQ(jsonQuoted(sample.name), info["libopenmpt.sample_names[" + std::to_string(i) + "]"]) << sampleWhere;
                 uint32_t length = number(at + "len"), loopStart = number(at + "loop_start"), loopEnd = number(at + "loop_end");
                 ASSERT_EQ(bool(sample.data), length > 0) << sampleWhere;
                 if (!sample.data)
@@ -127,10 +104,10 @@ TEST(XmCorpus, EveryModuleLoadsAsThePlayersReport) {
             }
             // That player's sample table takes names, volumes and finetunes
             // from instrument n; its instrument rows give them per instrument.
-            for (int row = 0; info.count("xmp_instrument_rows." + std::to_string(row) + ".n"); ++row) {
-                std::string at = "xmp_instrument_rows." + std::to_string(row) + ".";
+            for (int row = 0; info.has("xmp_instrument_rows[" + std::to_string(row) + "].n"); ++row) {
+                std::string at = "xmp_instrument_rows[" + std::to_string(row) + "].";
                 const ModuleInstrument& instrument = module->instruments[number(at + "n") - 1];
-                EXPECT_EQ(quoted(instrument.name), info[at + "name"]) << where << at;
+                EXPECT_EQ(jsonQuoted(instrument.name), info[at + "name"]) << where << at;
                 ASSERT_FALSE(instrument.sampleIndices.isEmpty()) << where << at;
                 const ModuleSample& sample = module->samples[instrument.sampleIndices[0]];
                 EXPECT_EQ(sample.volume, std::min(number(at + "vol"), 64) * 255 / 64) << where << at;
@@ -142,8 +119,9 @@ TEST(XmCorpus, EveryModuleLoadsAsThePlayersReport) {
 
 TEST(XmCorpus, PrefixesFailCleanly) {
     REQUIRE_CORPUS();
-    for (std::map<std::string, std::string>& info : xmInfos()) {
-        std::vector<uint8_t> bytes = corpusFile(info["file"]);
+    std::map<std::string, std::string> values;
+    for (const XmRecord& info : xmRecords(values)) {
+        std::vector<uint8_t> bytes = info.file();
         // Every cut through the headers and the first patterns, then cuts
         // spread over the rest, and the last bytes of the last sample.
         std::vector<size_t> lengths;
