@@ -102,15 +102,8 @@ TEST_F(CommandsTest, failuresPrintTheirLineOnTheirStream) {
         {{"-p", "missing.oxa"}, 0, "", "failed to open input: missing.oxa\n"},
         {{"missing.oxa"}, 0, "", "failed to open input: missing.oxa\n"},
     };
-    for (const Case& c : cases) {
-        ProcessResult result = run(c.arguments);
-        std::string shown;
-        for (const std::string& a : c.arguments)
-            shown += "[" + a + "] ";
-        EXPECT_EQ(result.status, c.status) << shown;
-        EXPECT_EQ(result.out, c.out) << shown;
-        EXPECT_EQ(result.err, c.err) << shown;
-    }
+    for (const Case& c : cases)
+        expectOutcome(run(c.arguments), {c.status, c.out, c.err}, c.arguments);
     // The encoder refuses its settings after the output was created: it stays, empty.
     EXPECT_EQ(sizeOf(dir + "/song.oxa"), 0);
     EXPECT_EQ(sizeOf(dir + "/wide.oxa"), 0);

@@ -4,14 +4,6 @@
 // source's frames, looping, until standard input closes.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -41,71 +33,9 @@ std::vector<int16_t> samplesOf(const std::vector<uint8_t>& wav) {
     return samples;
 }
 
-// Runs `Oxa arguments` with the capture FIFO; reads until `wanted` bytes came,
-// then closes standard input and drains the FIFO until the tool has ended.
 std::vector<uint8_t> capturePlay(const std::string& dir, const std::vector<std::string>& arguments, size_t wanted,
                                  int& status) {
-    std::string fifo = dir + "/capture.raw";
-    unlink(fifo.c_str());
-    mkfifo(fifo.c_str(), 0600);
-    std::string config = dir + "/alsa.conf";
-    writeAlsaCaptureConfig(config, fifo);
-
-    int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
-    int input[2];
-    if (reader < 0 || pipe(input) != 0)
-        return {};
-    pid_t child = fork();
-    if (child == 0) {
-        dup2(input[0], 0);
-        close(input[0]);
-        close(input[1]);
-        close(reader);
-        int quiet = open("/dev/null", O_WRONLY);
-        dup2(quiet, 1);
-        if (chdir(dir.c_str()) != 0)
-            _exit(127);
-        setenv("ALSA_CONFIG_PATH", config.c_str(), 1);
-        std::vector<char*> argv = {const_cast<char*>(OXA_EXECUTABLE)};
-        for (const std::string& a : arguments)
-            argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execv(OXA_EXECUTABLE, argv.data());
-        _exit(127);
-    }
-    close(input[0]);
-    std::vector<uint8_t> captured;
-    bool inputOpen = true;
-    for (int idle = 0; idle < 100;) {
-        if (inputOpen && captured.size() >= wanted) {
-            close(input[1]);
-            inputOpen = false;
-        }
-        pollfd fd = {reader, POLLIN, 0};
-        if (poll(&fd, 1, 100) <= 0) {
-            ++idle;  // the writer may not have opened yet, or has gone
-            if (waitpid(child, &status, WNOHANG) == child) {
-                child = -1;
-                break;
-            }
-            continue;
-        }
-        uint8_t chunk[65536];
-        ssize_t n = read(reader, chunk, sizeof chunk);
-        if (n > 0)
-            captured.insert(captured.end(), chunk, chunk + n);
-        else if (n == 0 && !inputOpen)
-            break;  // the tool closed the device
-        else if (n == 0)
-            usleep(1000);
-    }
-    if (inputOpen)
-        close(input[1]);
-    close(reader);
-    if (child > 0)
-        waitpid(child, &status, 0);
-    status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return captured;
+    return capturePlayback(OXA_EXECUTABLE, dir, arguments, wanted, status);
 }
 
 // Checks silence for one period, then `frames` (stereo) repeating at least twice.

@@ -5,15 +5,25 @@
 #include <string>
 #include <vector>
 
-struct ProcessResult {
-    int status = -1;  // exit status, or -1 when it did not exit normally
-    std::string out;
-    std::string err;
-};
+#include "app/tests/support/ChildProcess.h"
 
-// stdinText null: standard input is closed (end of input at once).
-ProcessResult runOxa(const std::vector<std::string>& arguments, const char* stdinText = nullptr,
-                     const std::string& workingDirectory = "", const std::vector<std::string>& environment = {});
+inline ProcessResult runOxa(const std::vector<std::string>& arguments, const char* stdinText = nullptr,
+                            const std::string& workingDirectory = "",
+                            const std::vector<std::string>& environment = {}) {
+    return runProgram(OXA_EXECUTABLE, arguments, stdinText, workingDirectory, environment);
+}
 
 // The usage text exactly as the tool prints it.
-extern const char* const usageText;
+inline const char* const usageText =
+    "Oxa audio codec v1.0\n"
+    "usage: Oxa [args] <file> [-o <outfile>]\n"
+    "       -d decompress\n"
+    "       -p force playback\n"
+    "       -f force to overwrite output\n"
+    "       -o override output file\n"
+    "       -v verbose mode\n"
+    "       -t <n> ATH offset in dB (0=default, <0 causes less cutoffs)\n"
+    "       -q <n> set quantization bits (4-8, 5=default)\n"
+    "       -w <n> specify window size (2^n, 2048=default)\n"
+    "       -l <n> specify playback latency in msec (50=default)\n"
+    "              increase this if you experience playback problems\n";
