@@ -21,7 +21,9 @@ constexpr int32_t WriteBufferBytes = 65536;
 constexpr int64_t MaxDataBytes = 0xFFFFFFFFll - 36;
 
 // -v: a line on standard error, rewritten in place about every half second
-// of rendered audio, then a summary.
+// of rendered audio, then a summary. The position shown is where the block
+// just written began: after the last block the player has already left the
+// song's end.
 class RenderProgress {
 public:
     RenderProgress(bool enabled, uint32_t sampleRate) : enabled(enabled), sampleRate(sampleRate) {
@@ -29,18 +31,16 @@ public:
             timer.start();
     }
 
-    void update(const mod::ModulePlayer& player, int64_t frames, bool force = false) {
-        if (!enabled || (!force && frames < nextReport))
-            return;
-        nextReport = frames + sampleRate / 2;
-        std::fprintf(stderr, "\rorder %3d  row %3d  %8.2f s", int(player.orderPosition()), int(player.row()),
-                     double(frames) / sampleRate);
+    void update(int32_t order, int32_t row, int64_t frames) {
+        lastOrder = order, lastRow = row;
+        if (enabled && frames >= nextReport)
+            show(frames);
     }
 
-    void finish(const mod::ModulePlayer& player, int64_t frames) {
+    void finish(int64_t frames) {
         if (!enabled)
             return;
-        update(player, frames, true);
+        show(frames);
         double seconds = double(frames) / sampleRate;
         double elapsed = double(timer.stop()) / 1000.0;
         std::fprintf(stderr, "\nrendered %.2f s in %.2f s", seconds, elapsed);
@@ -50,9 +50,16 @@ public:
     }
 
 private:
+    void show(int64_t frames) {
+        nextReport = frames + sampleRate / 2;
+        std::fprintf(stderr, "\rorder %3d  row %3d  %8.2f s", int(lastOrder), int(lastRow),
+                     double(frames) / sampleRate);
+    }
+
     bool enabled;
     uint32_t sampleRate;
     int64_t nextReport = 0;
+    int32_t lastOrder = 0, lastRow = 0;
     Stopwatch timer;
 };
 
@@ -64,6 +71,7 @@ RenderResult renderInto(AudioFile& wav, mod::ModulePlayer& player, RenderProgres
     int16_t block[BlockFrames * Channels];
     int64_t frames = 0;
     for (;;) {
+        int32_t order = player.orderPosition(), row = player.row();
         int32_t rendered = player.render(block, BlockFrames);
         if (rendered <= 0)
             break;
@@ -73,9 +81,9 @@ RenderResult renderInto(AudioFile& wav, mod::ModulePlayer& player, RenderProgres
         if (!wav.write(block, rendered, Channels, written, Int16) || written != uint32_t(rendered))
             return RenderResult::WriteFailed;
         frames += rendered;
-        progress.update(player, frames);
+        progress.update(order, row, frames);
     }
-    progress.finish(player, frames);
+    progress.finish(frames);
     return RenderResult::Done;
 }
 
