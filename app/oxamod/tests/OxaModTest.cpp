@@ -138,6 +138,7 @@ TEST_F(OxaModTest, usageAndFailuresPrintOneLineWithTheirStatus) {
         {{"-i", "-s", "2", "tune.mod"}, 1, "", "invalid sub-song: 2 (tune.mod has 2)\n"},
         {{"-o", "no/such/dir/out.wav", "tune.mod"}, 1, "", "failed to create: no/such/dir/out.wav\n"},
         {{"-o", "/dev/full", "tune.mod"}, 1, "", "failed to write /dev/full\n"},
+        {{"-o", "/dev/full", "-r", "8000", "tune.mod"}, 1, "", "failed to write /dev/full\n"},  // all in the buffer
         {{"tune.mod"}, 1, "", "failed to open playback device @44kHz\n", noCard},
         {{"-r", "22050", "tune.mod"}, 1, "", "failed to open playback device @22kHz\n", noCard},
     };
@@ -167,6 +168,9 @@ TEST_F(OxaModTest, infoReportsWhatTheFileDeclares) {
         {corpusPath("mod/starpaws.mod"),
          "format: MOD\ntitle:\ntracker: Unknown (Amiga Module)\nchannels: 6\norders: 22\npatterns: 20\n"
          "instruments: 31\nsamples: 31\nsubsongs: 1\n", 1},
+        {corpusPath("s3m/pachi_menu.s3m"),
+         "format: S3M\ntitle: Realm of Chaos\ntracker: Impulse Tracker 2.14\nchannels: 9\norders: 44\n"
+         "patterns: 41\ninstruments: 22\nsamples: 22\nsubsongs: 1\n", 1},
     };
     for (const Case& c : cases) {
         if (!exists(c.path)) {
