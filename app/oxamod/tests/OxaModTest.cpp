@@ -171,6 +171,9 @@ TEST_F(OxaModTest, infoReportsWhatTheFileDeclares) {
         {corpusPath("s3m/pachi_menu.s3m"),
          "format: S3M\ntitle: Realm of Chaos\ntracker: Impulse Tracker 2.14\nchannels: 9\norders: 44\n"
          "patterns: 41\ninstruments: 22\nsamples: 22\nsubsongs: 1\n", 1},
+        {corpusPath("xm/heroes_heroes02.xm"),  // four instruments without a sample
+         "format: XM\ntitle: <-- Caeros -->\ntracker: FastTracker v2.00\nchannels: 10\norders: 58\n"
+         "patterns: 39\ninstruments: 16\nsamples: 12\nsubsongs: 1\n", 1},
     };
     for (const Case& c : cases) {
         if (!exists(c.path)) {
