@@ -1,6 +1,10 @@
 // Heap: a two-level segregated-fit allocator over large anonymous mmap
 // segments. The process heap serves the global operator new/delete once
 // attachHeap() has run; tests and benchmarks may also make private instances.
+//
+// Sizes go up in steps of 8 bytes from 8. Each free list keeps its blocks in
+// address order (FreeList), and an allocation takes the lowest-addressed
+// block that fits from the first list that has one.
 #pragma once
 
 #include <atomic>
@@ -9,14 +13,18 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/FreeList.h"
+#include "core/NodePool.h"
+
 // The heap's counters, in the order printStatistics() shows them. Sizes are
 // in bytes; a block's size is its user area, without the 16-byte header.
+// Free blocks are counted whether or not they made it onto a list.
 struct HeapStatistics {
     uint64_t allocBlocks = 0;       // blocks in use
     uint64_t allocSize = 0;         // bytes in blocks in use
     uint64_t peakAllocSize = 0;     // highest allocSize so far
     uint64_t peakBlockSize = 0;     // highest allocSize + headers of the blocks in use
-    uint64_t freeBlocks = 0;        // blocks on the free lists
+    uint64_t freeBlocks = 0;        // free blocks
     uint64_t freeSize = 0;          // bytes in free blocks
     uint64_t totalSize = 0;         // bytes mapped in all segments
     uint64_t bookKeeping = 0;       // headers and segment terminators
@@ -28,7 +36,7 @@ struct HeapStatistics {
     uint64_t reallocCalls = 0;
     uint64_t freeCalls = 0;
     uint64_t reallocSucc = 0;       // reallocations done in place
-    uint64_t slowBucket = 0;        // searches whose exact list had no fitting block near its head
+    uint64_t slowBucket = 0;        // searches whose exact list was not empty but had no block that fit
 };
 
 struct HeapBlock;
@@ -59,6 +67,17 @@ public:
     void dumpBlocks();
     // Walks every block and list and checks the heap's invariants.
     bool verify();
+    // Bytes mapped for the free lists' index, beside the segments.
+    uint64_t indexSize();
+
+    struct BlockView {
+        char* user;
+        uint64_t size;
+        bool inUse;
+    };
+    // Hands every block to visit, segment by segment, in address order,
+    // under the heap lock: visit must not use this heap.
+    void forEachBlock(void (*visit)(void* context, const BlockView& block), void* context);
 
     // Free list for a search size: the first list whose bound is not below it.
     // Lists 0 to 127 have bounds 0, 4, ... 508; from 512 on, each power of two
@@ -81,37 +100,49 @@ private:
         uint64_t length;
     };
 
+    // Where a request goes: a listed free block (its size as listed) and the
+    // user area inside it.
+    struct Fit {
+        HeapBlock* block;
+        uint64_t blockSize;
+        char* user;
+        int32_t list;
+    };
+
     void* allocateLocked(size_t size, size_t alignment);
-    void* allocateSmall(uint64_t size, uint64_t searchSize);
+    void* allocatePlain(uint64_t size, uint64_t searchSize, uint64_t alignment);
+    void* allocateCarved(size_t size, size_t alignment);
     void releaseBlock(HeapBlock* block);
     void* reallocateLocked(void* address, size_t size);
-    HeapBlock* findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, char*& user);
-    HeapBlock* firstFitIn(int32_t list, uint64_t size, uint64_t alignment, char*& user);
-    HeapBlock* exactFit(int32_t list, uint64_t size, uint64_t alignment, char*& user);
-    char* carve(HeapBlock* block, char* user, uint64_t size);
-    HeapBlock* moveStart(HeapBlock* block, char* user);
+    bool findFit(uint64_t searchSize, uint64_t size, uint64_t alignment, Fit& fit);
+    bool lowestFitIn(int32_t list, uint64_t size, uint64_t alignment, Fit& fit);
+    char* carve(const Fit& fit, uint64_t size);
     HeapBlock* liveBlockAt(void* address);
     static HeapBlock* liveBlockIn(const Segment* segment, void* address);
     HeapBlock* splitTail(HeapBlock* block, uint64_t size);
-    void coalesceAndLink(HeapBlock* block);
+    void coalesceAndList(HeapBlock* block);
     bool mapSegment(uint64_t size, uint64_t alignment);
     const Segment* findSegment(const void* address);
     int32_t firstNonEmptyList(int32_t from) const;
-    void link(HeapBlock* block);
-    void unlink(HeapBlock* block);
-    void clearListBit(int32_t list);
-    void markInUse(HeapBlock* block);
-    void growBlock(HeapBlock* block, uint64_t bytes);
+    void addToList(int32_t list, uint64_t key, uint64_t size);
+    void removeFromList(int32_t list, uint64_t key, uint64_t size);
+    void moveInList(int32_t wasList, uint64_t wasKey, uint64_t wasSize, uint64_t key, uint64_t size);
+    void markListEmpty(int32_t list);
     void notePeaks(const HeapBlock* block);
     bool verifyLocked();
+    bool verifyLists(uint64_t& listed);
 
     std::atomic<int32_t> lock{0};  // 1 while held (see HeapLock)
-    HeapBlock* heads[listCount] = {};
+    FreeList lists[listCount];
+    NodePool indexNodes;  // the lists' nodes
     uint64_t bitmap[listCount / 64] = {};
     uint32_t bitmapSummary = 0;  // bit w set when bitmap[w] is non-zero
     Segment segments[maxSegments] = {};  // sorted by start address
     int32_t segmentCount = 0;
     int32_t lastSegment = 0;  // where the latest release landed
+    // Free blocks left off their lists when the index could not grow (only
+    // when mapping fails); they still merge with blocks released beside them.
+    uint64_t unlistedBlocks = 0;
     HeapStatistics counters;
 };
 

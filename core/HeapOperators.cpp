@@ -1,6 +1,7 @@
 // The global allocation operators: the platform allocator until the process
 // heap is attached, the process heap from then on. Linked into every binary
 // except sanitizer builds, which keep the platform allocator throughout.
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -10,7 +11,11 @@ namespace {
 
 // operator new gives 16-byte alignment, but a block smaller than that needs
 // no more than its largest power of two (8 for 8 to 15 bytes, and 8 below).
+// The heap lays blocks out in steps of 8 bytes, so the 16 is asked for, not
+// assumed: a type aligned to max_align_t is at least that large, and so gets
+// it. Stricter alignments come through the align_val_t forms.
 size_t naturalAlignment(size_t size) { return size < 16 ? 8 : 16; }
+static_assert(alignof(std::max_align_t) <= 16, "operator new promises max_align_t alignment");
 
 void* platformAllocate(size_t size, size_t alignment) {
     if (alignment <= alignof(std::max_align_t))

@@ -6,6 +6,7 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cmath>
 #include <random>
 #include <thread>
@@ -80,6 +81,125 @@ TEST(HeapTest, listIndexAtBoundaries) {
                                : int32_t(std::lower_bound(bounds.begin(), bounds.end(), size) - bounds.begin());
         ASSERT_EQ(Heap::listIndex(size), expected) << "size " << size;
     }
+}
+
+// Sizes go up in steps of 8 from 8: on a fresh heap the blocks follow one
+// another, each 16 bytes of header past the end of the one before, and an
+// 8-byte block released between two in use is listed and used again.
+TEST(HeapTest, blocksComeInStepsOf8Bytes) {
+    Heap heap;
+    const std::pair<size_t, size_t> requests[] = {{1, 8}, {8, 8}, {9, 16}, {16, 16}, {17, 24}, {24, 24}, {100, 104}};
+    char* previous = nullptr;
+    size_t previousSize = 0, total = 0;
+    for (auto [request, size] : requests) {
+        auto* memory = static_cast<char*>(heap.allocate(request, 8));
+        ASSERT_NE(memory, nullptr);
+        EXPECT_TRUE(!previous || memory == previous + previousSize + 16) << "after " << previousSize << " bytes";
+        previous = memory;
+        previousSize = size;
+        total += size;
+    }
+    EXPECT_EQ(heap.statistics().allocSize, total);
+    void* a = heap.allocate(8, 8);
+    void* between = heap.allocate(8, 8);
+    void* b = heap.allocate(8, 8);
+    ASSERT_TRUE(heap.release(between));
+    EXPECT_EQ(heap.statistics().freeBlocks, 2u);  // the 8 bytes and the rest of the segment
+    EXPECT_EQ(heap.allocate(5, 8), between);
+    for (void* memory : {a, between, b})
+        heap.release(memory);
+}
+
+// Free blocks A and C (A lower) sit between blocks in use; the next request
+// that both fit takes A, whichever was released first; one that only C fits
+// takes C; and from a list above the exact one, the lowest block is taken.
+TEST(HeapTest, takesTheLowestFittingBlock) {
+    struct Case {
+        const char* name;
+        size_t sizeA, sizeC, request;
+        bool releaseCFirst;
+        int32_t expected;  // 0: A, 1: C
+    };
+    const Case cases[] = {
+        {"one size, A released first", 64, 64, 64, false, 0},
+        {"one size, C released first", 64, 64, 64, true, 0},
+        {"8-byte blocks", 8, 8, 8, true, 0},
+        {"mixed sizes, both fit", 2064, 2056, 2050, true, 0},
+        {"mixed sizes, only C fits", 2056, 2064, 2064, false, 1},
+        {"list above the exact one", 4000, 3992, 100, true, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_EQ(Heap::listIndex(c.sizeA), Heap::listIndex(c.sizeC));
+        Heap heap;
+        void* a = heap.allocate(c.sizeA, 8);
+        void* guard = heap.allocate(8, 8);
+        void* cc = heap.allocate(c.sizeC, 8);
+        void* guard2 = heap.allocate(8, 8);
+        ASSERT_LT(a, cc);
+        heap.release(c.releaseCFirst ? cc : a);
+        heap.release(c.releaseCFirst ? a : cc);
+        EXPECT_EQ(heap.allocate(c.request, 8), c.expected == 0 ? a : cc);
+        expectConsistent(heap);
+        for (void* memory : {guard, guard2})
+            heap.release(memory);
+    }
+}
+
+// Over a long random sequence, every allocation takes the block a plain scan
+// of the heap predicts: among the free blocks of the exact list (the one for
+// the search size) the lowest-addressed that fits, or else the lowest of the
+// first list above it that holds any.
+TEST(HeapTest, everyAllocationTakesTheLowestFittingBlockOfItsList) {
+    struct FreeBlock {
+        char* user;
+        uint64_t size;
+    };
+    auto collectFree = [](void* context, const Heap::BlockView& block) {
+        if (!block.inUse)
+            static_cast<std::vector<FreeBlock>*>(context)->push_back({block.user, block.size});
+    };
+    std::mt19937 random(44);
+    Heap heap;
+    std::vector<void*> live(400, nullptr);
+    std::vector<FreeBlock> free;
+    int32_t checked = 0;
+    for (int32_t step = 0; step < 20000; step++) {
+        void*& slot = live[random() % live.size()];
+        if (slot) {
+            heap.release(slot);
+            slot = nullptr;
+            continue;
+        }
+        size_t request = size_t(std::exp2(std::uniform_real_distribution<double>(0, 12)(random)));
+        size_t alignment = random() % 2 ? 8 : 16;
+        uint64_t size = std::max<uint64_t>(8, (request + 7) & ~uint64_t(7));
+        uint64_t searchSize = size + (alignment == 8 ? 0 : alignment - 1);
+        // A block fits when the request fits behind its user area, moved up to
+        // the alignment (the 8 bytes skipped then go to the block in front).
+        auto fits = [&](const FreeBlock& b) { return b.size >= size + (uintptr_t(b.user) & (alignment - 1)); };
+        free.clear();
+        heap.forEachBlock(collectFree, &free);
+        int32_t exact = Heap::listIndex(searchSize);
+        const FreeBlock* expected = nullptr;
+        for (const FreeBlock& b : free)
+            if (Heap::listIndex(b.size) == exact && fits(b) && (!expected || b.user < expected->user))
+                expected = &b;
+        for (int32_t list = exact + 1; !expected && list < Heap::listCount; list++)
+            for (const FreeBlock& b : free)
+                if (Heap::listIndex(b.size) == list && (!expected || b.user < expected->user))
+                    expected = &b;
+        slot = heap.allocate(request, alignment);
+        ASSERT_NE(slot, nullptr);
+        ASSERT_TRUE(alignedTo(slot, alignment));
+        if (!expected)
+            continue;  // a new segment served it
+        ASSERT_GE(static_cast<char*>(slot), expected->user) << "step " << step;
+        ASSERT_LT(static_cast<char*>(slot), expected->user + expected->size) << "step " << step;
+        checked++;
+    }
+    EXPECT_GT(checked, 8000);
+    expectConsistent(heap);
 }
 
 TEST(HeapTest, alignmentsAreHonoured) {
@@ -231,6 +351,9 @@ TEST(ProcessHeapTest, globalOperatorsAllocateFromTheHeap) {
         EXPECT_TRUE(alignedTo(memory, size < 16 ? 8 : 16)) << size;
         ::operator delete(memory);
     }
+    auto* widest = new std::max_align_t[3];
+    EXPECT_TRUE(alignedTo(widest, alignof(std::max_align_t)));
+    delete[] widest;
     void* wide = ::operator new(100, std::align_val_t(256));
     EXPECT_TRUE(alignedTo(wide, 256) && heap.owns(wide));
     ::operator delete(wide, std::align_val_t(256));
