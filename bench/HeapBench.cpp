@@ -114,6 +114,9 @@ void heapPairs(benchmark::State& state) {
     state.counters["indexMiB"] = double(allocator->heap.indexSize()) / (1 << 20);
     state.counters["mappedPerLive"] = double(s.totalSize + allocator->heap.indexSize()) / double(workload().peakLiveBytes);
     state.counters["slowBucket"] = double(s.slowBucket);
+    // What the blocks handed out held at their peak, against what was asked
+    // for: the price of leaving small leftovers with the blocks.
+    state.counters["allocPerLive"] = double(s.peakAllocSize) / double(workload().peakLiveBytes);
 }
 
 void platformPairs(benchmark::State& state) {
