@@ -126,8 +126,8 @@ const std::string oneFeedStep = "avail, render 2400, writei 2400, avail";
 // Start asks for two periods of the latency; the settings follow what the
 // hardware chose, the latency being the chosen period over the rate asked for.
 TEST(AlsaPlaybackTest, startSequenceAndSettings) {
-    struct Case { long chosenRate, chosenPeriod; uint32_t rate, period, coarseFrames, fineFrames; };
-    for (const Case& c : {Case{0, 0, 48000, 2400, 139, 17}, Case{44100, 2205, 44100, 2205, 128, 16}}) {
+    struct Case { long chosenRate, chosenPeriod; uint32_t channels, rate, period, coarseFrames, fineFrames; };
+    for (const Case& c : {Case{0, 0, 2, 48000, 2400, 139, 17}, Case{44100, 2205, 1, 44100, 2205, 128, 16}}) {
         ScriptedPcm pcm;
         pcm.script["rate"] = {c.chosenRate};
         pcm.script["period"] = {c.chosenPeriod};
@@ -135,17 +135,19 @@ TEST(AlsaPlaybackTest, startSequenceAndSettings) {
             DrivenPlayback device(pcm);
             EXPECT_TRUE(device.isOpen());
             pcm.pace = true;
-            ASSERT_TRUE(device.start(48000, 2, 0.05f));
-            EXPECT_EQ(joined(pcm.takeCalls()).rfind(
-                          "hwMalloc, hwAny, access 3, format 2, rate 48000, channels 2, buffer 4800, period 2400, "
-                          "periods 2, hwParams, hwFree, swMalloc, swCurrent, startThreshold 1, availMin " +
-                              n(c.period) + ", swParams, swFree, nonblock 0, writei " + n(c.period),
-                          0),
+            ASSERT_TRUE(device.start(48000, c.channels, 0.05f));
+            EXPECT_EQ(joined(pcm.takeCalls()).rfind("hwMalloc, hwAny, access 3, format 2, rate 48000, channels " +
+                                                        n(c.channels) +
+                                                        ", buffer 4800, period 2400, periods 2, hwParams, hwFree, "
+                                                        "swMalloc, swCurrent, startThreshold 1, availMin " +
+                                                        n(c.period) + ", swParams, swFree, nonblock 0, writei " +
+                                                        n(c.period),
+                                                    0),
                       0u);
             const DeviceSettings settings = device.getSettings();
             EXPECT_EQ(settings.name, String("AlsaPlayback"));
             EXPECT_EQ(settings.sampleRate, c.rate);
-            EXPECT_EQ(settings.channels, 2u);
+            EXPECT_EQ(settings.channels, c.channels);
             EXPECT_EQ(settings.latency, float(c.period) / 48000.0f);
             EXPECT_EQ(settings.coarseFrames, c.coarseFrames);
             EXPECT_EQ(settings.fineFrames, c.fineFrames);
