@@ -1,6 +1,6 @@
-// WavBuilder: assembles RIFF/WAVE bytes chunk by chunk for the audio tests,
-// including the malformed kinds a reader must survive; plus the reading and
-// converting helpers those tests share.
+// WavBuilder: assembles RIFF/WAVE bytes chunk by chunk for the audio and
+// command tests, including the malformed kinds a reader must survive; plus
+// the reading and converting helpers the audio tests share.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -62,6 +62,14 @@ public:
 private:
     Bytes body;
 };
+
+// A canonical 16-bit PCM file holding `samples`.
+inline Bytes pcm16Wav(const std::vector<int16_t>& samples, uint32_t rate, uint16_t channels) {
+    Bytes data;
+    for (int16_t sample : samples)
+        putLe(data, uint16_t(sample), 2);
+    return WavBuilder().fmt(1, channels, rate, 16).data(data).bytes();
+}
 
 // A file of type File (AudioFile or one built on it) opened on in-memory bytes.
 template <typename File>
