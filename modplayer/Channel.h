@@ -31,6 +31,7 @@ struct ChannelOutput {
     uint64_t frequency = 0;          // Hz with 16 fractional bits; 0 = silent
     int32_t volume = 0;              // 0..65536: everything but the panning
     uint8_t panning = 128;           // 0 left .. 255 right
+    bool smooth = false;             // XM envelope: move to the new volume over the whole tick
 };
 
 // Parameters an effect reuses when its own is 0 (where the tracker does so).
@@ -72,6 +73,8 @@ struct XmChannelState {
     int32_t tremorCount = 0;          // ticks left in the current Txy phase
     bool tremorOn = true;             // Txy phase: sound (true) or silence
     uint8_t previousEffect = 0;       // the last row's effect (FT2 keeps a running vibrato's pitch)
+    uint8_t rowNote = noNote;         // the row's own note and instrument number (Rxy's first tick)
+    uint8_t rowInstrument = 0;
 };
 
 struct Channel {

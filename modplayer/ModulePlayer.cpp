@@ -61,6 +61,10 @@ void ModulePlayer::State::startTick() {
 void ModulePlayer::State::steerVoice(const ChannelOutput& output, Voice& voice, Voice& fade) {
     bool ramp = settings.volumeRamp;
     int32_t rampLength = ramp ? std::min(rampFrames, std::max(tickFrames, 1)) : 0;
+    // An envelope's steps glide across the tick, as the reference player
+    // renders them (measured on an envelope of steep steps).
+    if (ramp && output.smooth && !output.trigger)
+        rampLength = std::max(tickFrames, 1);
     if (output.trigger || output.stop) {
         if (ramp && voice.active) {  // the old note fades out beside the new one
             fade = voice;

@@ -13,11 +13,12 @@
 //     table (beyond it, the third note), around the nearest semitone;
 //   - slides keep the period within 1..31999;
 //   - E9x retriggers with the envelopes restarted, E90 on the first tick;
-//     E5x acts only beside a note (XmNotes.cpp); E8x and EFx do nothing.
+//     E5x acts only beside a note (XmNotes.cpp); EFx does nothing.
 // Units as in Effects.cpp: a slide step is 4 period units.
 #include <algorithm>
 
 #include "modplayer/EffectCodes.h"
+#include "modplayer/PlayerTables.h"
 #include "modplayer/Sequencer.h"
 
 namespace mod {
@@ -89,6 +90,10 @@ void Sequencer::startXmEffect(Channel& channel) {
     case EffectMultiRetrigger:
         xmMultiRetrigger(channel, parameter, true);
         break;
+    case EffectTremor:  // a running tremor holds its phase through the first tick
+        if (channel.xm.previousEffect == EffectTremor && !channel.xm.tremorOn && !channel.xm.rowInstrument)
+            channel.volumeOffset = -channel.volume;
+        break;
     case EffectExtraFinePortamento:
         if (high(parameter) == 1)
             slideXmPeriod(channel, -remembered(memory.extraFineUp, low(parameter)));
@@ -128,7 +133,10 @@ void Sequencer::startXmExtended(Channel& channel, uint8_t command, uint8_t value
         if (value == 0)
             channel.volume = 0;
         break;
-    default:  // E5x with the note; E6x, EEx flow; E9x, EDx later; E0x, E8x, EFx nothing
+    case ExtendedSetPanning:  // not FT2's, but the reference player takes it
+        channel.panning = uint8_t(value * 17);
+        break;
+    default:  // E5x with the note; E6x, EEx flow; E9x, EDx later; E0x, EFx nothing
         break;
     }
 }
@@ -385,28 +393,36 @@ void Sequencer::xmTremor(Channel& channel, uint8_t parameter) {
         channel.volumeOffset = -channel.volume;
 }
 
-// Rxy: every y ticks the note starts again, its volume changed by x. On a
-// row's first tick FT2 counts only when the volume column is empty; a
-// retrigger there replays the last note without restarting envelopes.
+// Rxy: every y ticks the note starts again (the envelopes go on), its
+// volume changed by x. On a row's first tick the count starts at 1 beside
+// an instrument number, waits while the volume column sets a volume, and
+// never retriggers beside a note, which has just started anyway.
 void Sequencer::xmMultiRetrigger(Channel& channel, uint8_t parameter, bool firstTick) {
     EffectMemory& memory = channel.memory;
+    XmChannelState& xm = channel.xm;
     uint8_t ticks = low(parameter) ? low(parameter) : memory.retriggerTicks;
     uint8_t change = high(parameter) ? high(parameter) : memory.retriggerVolume;
     memory.retriggerTicks = ticks;
     memory.retriggerVolume = change;
-    if (firstTick && channel.volumeCommand != volumeNone)
-        return;
-    XmChannelState& xm = channel.xm;
-    if (++xm.retriggerCount < ticks)
-        return;
-    xm.retriggerCount = 0;
-    channel.volume = std::clamp(retriggeredVolume(channel.volume, change), 0, 64);
     uint8_t command = channel.volumeCommand;
-    if (command >= volumeSetBase && command <= volumeSetBase + 64)
-        channel.volume = command - volumeSetBase;
-    else if ((command & 0xF0) == volumeSetPanning)
-        channel.panning = uint8_t(low(command) << 4);
-    triggerXmNote(channel, -1, 0, 0);
+    bool setsVolume = command > volumeSetBase && command <= volumeSetBase + 64;
+    bool hasNote = xm.rowNote < noteCount;
+    if (firstTick) {
+        if (xm.rowInstrument && (hasNote || xm.rowNote == noNote))
+            xm.retriggerCount = 1;
+        if (setsVolume)
+            return;
+    }
+    if (xm.retriggerCount >= ticks && (!firstTick || !hasNote)) {
+        xm.retriggerCount = 0;
+        channel.volume = std::clamp(retriggeredVolume(channel.volume, change), 0, 64);
+        if (command >= volumeSetBase && command <= volumeSetBase + 64)
+            channel.volume = command - volumeSetBase;
+        else if ((command & 0xF0) == volumeSetPanning)
+            channel.panning = uint8_t(low(command) << 4);
+        triggerXmNote(channel, -1, 0, 0);
+    }
+    ++xm.retriggerCount;
 }
 
 // Lxx: the volume envelope to tick xx (when it is on); FT2 moves the

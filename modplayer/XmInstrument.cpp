@@ -62,6 +62,7 @@ void Sequencer::advanceXmInstrument(Channel& channel) {
     channel.autoVibratoOffset = 0;
     channel.envelopeVolume = 64;
     channel.envelopePanning = 0;
+    channel.output.smooth = false;
     if (!instrument)
         return;
     if (!channel.keyOn)  // FT2 fades from 32768 by the fadeout; we count twice as fine
@@ -70,6 +71,7 @@ void Sequencer::advanceXmInstrument(Channel& channel) {
     const Envelope& volume = instrument->volumeEnvelope;
     if (volume.flags & envelopeOn) {
         stepEnvelope(volume, channel.volumeEnvelopeTick, channel.keyOn);
+        channel.output.smooth = true;
         channel.envelopeVolume = std::clamp(volume.valueAt(channel.volumeEnvelopeTick), 0, 64);
     }
 

@@ -52,6 +52,8 @@ const ModuleInstrument* Sequencer::xmInstrument(int32_t number) const {
 void Sequencer::startXmRow(Channel& channel, const PatternCell& cell) {
     bool vibratoGoesOn = isVibrato(channel.effect) && isVibrato(cell.effect);
     channel.xm.previousEffect = channel.effect;
+    channel.xm.rowNote = cell.note;
+    channel.xm.rowInstrument = cell.instrument;
     channel.effect = cell.effect;
     channel.parameter = cell.parameter;
     channel.volumeCommand = cell.volume;
@@ -72,7 +74,7 @@ void Sequencer::startXmRow(Channel& channel, const PatternCell& cell) {
 }
 
 // A note whose sample's relative note takes it beyond the period tables is
-// no note at all (the instrument number beside it still counts); the
+// no note at all, and so is one the instrument maps to no sample; the
 // sample is the one the row's own instrument number maps the note to.
 int32_t Sequencer::xmNoteWithinRange(const Channel& channel, const PatternCell& cell) const {
     if (cell.note == noteKeyOff)
@@ -82,6 +84,8 @@ int32_t Sequencer::xmNoteWithinRange(const Channel& channel, const PatternCell& 
     int32_t number = instrumentNumberOf(cell) ? instrumentNumberOf(cell) : channel.xm.instrumentNumber;
     const ModuleInstrument* instrument = xmInstrument(number);
     const ModuleSample* sample = instrument ? sampleFor(*instrument, cell.note) : nullptr;
+    if (instrument && !sample)
+        return noNote;
     int32_t relative = sample && sample->extraA != -1 ? sample->extraA : 0;
     int32_t note = cell.note + relative;
     return note >= 0 && note <= highestXmNote ? cell.note : noNote;
@@ -92,7 +96,10 @@ void Sequencer::playXmCell(Channel& channel, const PatternCell& cell) {
     if (number)
         channel.xm.instrumentNumber = number;
     int32_t note = xmNoteWithinRange(channel, cell);
-    // E90 takes none of the shortcuts: it retriggers the row's (or the last) note.
+    if (cell.note < noteCount && note == noNote)
+        number = 0;  // such a note takes its instrument number with it (which stays named)
+    // E90 takes none of the shortcuts: it retriggers the row's (or the last)
+    // note, envelopes and all.
     bool retriggerNow = cell.effect == EffectExtended && cell.parameter == 0x90;
     if (!retriggerNow) {
         if (isPortamento(cell)) {
@@ -129,10 +136,10 @@ void Sequencer::playXmCell(Channel& channel, const PatternCell& cell) {
         return startXmVolumeColumn(channel);
     }
     triggerXmNote(channel, note == noNote ? -1 : note, cell.effect, cell.parameter);
-    if (number) {
+    if (number)
         restoreXmSampleDefaults(channel);
+    if (number || retriggerNow)
         startXmInstrument(channel);
-    }
     startXmVolumeColumn(channel);
 }
 
@@ -159,17 +166,20 @@ void Sequencer::playXmDelayedCell(Channel& channel) {
 
 // Starts `note` (a pattern note; -1 for the last one) with the sample the
 // current instrument number maps it to. An instrument number that names no
-// instrument, or a map entry beyond the instrument's samples, silences the
-// channel. The portamento target stays as it was.
+// instrument silences the channel; a map entry beyond the instrument's
+// samples leaves the note playing now alone, as the reference player does.
+// The portamento target stays as it was.
 void Sequencer::triggerXmNote(Channel& channel, int32_t note, uint8_t effect, uint8_t parameter) {
     XmChannelState& xm = channel.xm;
     if (note < 0)
         note = xm.lastNote;
     if (note < 0)
         return;
-    xm.lastNote = note;
     const ModuleInstrument* instrument = xmInstrument(xm.instrumentNumber);
     const ModuleSample* sample = instrument ? sampleFor(*instrument, note) : nullptr;
+    if (instrument && !sample)
+        return;
+    xm.lastNote = note;
     xm.playing = instrument;
     channel.instrument = instrument;
     channel.sample = sample;
@@ -251,20 +261,12 @@ void Sequencer::aimXmPortamento(Channel& channel, int32_t note, int32_t instrume
 }
 
 // Key off releases the envelopes' sustain and starts the fadeout. Without
-// a volume envelope the volume drops to 0 at once. A volume envelope held
-// on its sustain point steps back a tick, so that the point sounds once
-// more before the envelope moves on.
+// a volume envelope the volume drops to 0 at once.
 void Sequencer::releaseXmKey(Channel& channel) {
     channel.keyOn = false;
     const ModuleInstrument* instrument = channel.xm.playing;
-    if (!instrument || !(instrument->volumeEnvelope.flags & envelopeOn)) {
+    if (!instrument || !(instrument->volumeEnvelope.flags & envelopeOn))
         channel.volume = 0;
-        return;
-    }
-    const Envelope& envelope = instrument->volumeEnvelope;
-    if ((envelope.flags & envelopeSustain) &&
-        channel.volumeEnvelopeTick == envelope.points[envelope.sustainPoint].position)
-        --channel.volumeEnvelopeTick;
 }
 
 }  // namespace mod
