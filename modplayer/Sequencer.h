@@ -7,9 +7,9 @@
 // Where things live:
 //   Sequencer.cpp  rows, orders, ticks, the song's end;
 //   Notes.cpp      instruments, notes, sample starts, the per-tick output;
-//   Effects.cpp    the effect and volume-column decoding for every format,
-//                  with the ProTracker effects (MOD rules, XM rules where
-//                  they differ: look for isXm());
+//   Effects.cpp    the effect and volume-column decoding of MOD and S3M,
+//                  with the ProTracker effects, and the song-moving effects
+//                  of every format (startFlowEffect);
 //   S3mEffects.cpp the S3M-only codes (0x30..0x3C);
 //   XmNotes.cpp, XmEffects.cpp, XmInstrument.cpp  XM (below).
 //
@@ -25,7 +25,13 @@
 // cells (notes, instruments, key off, note delay), XmEffects.cpp every
 // effect and volume-column command, XmInstrument.cpp the envelopes, fadeout
 // and auto-vibrato once per tick. Only the effects that time or move the
-// song (B, D, E6x, EEx, F) stay shared in startFlowEffect.
+// song (B, D, E6x, EEx, F) stay shared in startFlowEffect, with FT2's
+// choices there: F00 ends the song, loop rows survive pattern changes, and
+// a pattern that simply ends hands its last loop's start row to the next.
+//
+// Module::channelMap plays no part: every pattern channel drives its own
+// voice (and its fade-out twin), so the map's instrument numbers per
+// channel, which the loaders record, have nothing to choose.
 //
 // The song ends the first time it would play an (order, row) it has already
 // played in this pass. Rows replayed by a running pattern loop do not count,
