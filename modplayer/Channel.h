@@ -4,13 +4,11 @@
 // tick. Owned by the Sequencer; the effects change it; ModulePlayer reads
 // `output` once per tick; tests read it through Sequencer::channel.
 //
-// Seams for the format effects that come later:
-//   - XM instruments: `keyOn`, `volumeEnvelopeTick`, `panningEnvelopeTick`,
-//     `envelopeVolume`, `envelopePanning`, `fadeoutVolume` and the
-//     `autoVibrato*` fields are kept here and combined in
-//     Sequencer::computeOutput; today they hold their neutral values.
-//   - Effect memories live in `memory`; add fields there rather than
-//     reusing another effect's byte unless the tracker shares it.
+// XM instruments keep their envelope, fadeout and auto-vibrato state in
+// `xm`; Sequencer::computeOutput combines what it yields (`envelopeVolume`,
+// `envelopePanning`, `fadeoutVolume`, `autoVibratoOffset`) with the rest.
+// Effect memories live in `memory`; add fields there rather than reusing
+// another effect's byte unless the tracker shares it.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +31,7 @@ struct ChannelOutput {
     uint64_t frequency = 0;          // Hz with 16 fractional bits; 0 = silent
     int32_t volume = 0;              // 0..65536: everything but the panning
     uint8_t panning = 128;           // 0 left .. 255 right
+    bool smooth = false;             // XM envelope: move to the new volume over the whole tick
 };
 
 // Parameters an effect reuses when its own is 0 (where the tracker does so).
@@ -46,6 +45,36 @@ struct EffectMemory {
     uint8_t finePortamentoDown = 0;  // XM E2x
     uint8_t fineVolumeUp = 0;        // XM EAx
     uint8_t fineVolumeDown = 0;      // XM EBx
+    uint8_t extraFineUp = 0;         // XM X1x
+    uint8_t extraFineDown = 0;       // XM X2x
+    uint8_t panningSlide = 0;        // XM Pxy
+    uint8_t globalVolumeSlide = 0;   // XM Hxy
+    uint8_t retriggerTicks = 0;      // XM Rxy: y
+    uint8_t retriggerVolume = 0;     // XM Rxy: x
+    uint8_t tremor = 0;              // XM Txy
+};
+
+// FT2's instrument playback of one channel: which instrument the envelopes
+// follow, where they stand, and the counters of the effects that keep time
+// across rows. Reset by starting an instrument (XmNotes.cpp).
+struct XmChannelState {
+    int32_t instrumentNumber = 0;                   // last one named (1..128), even without a note
+    int32_t lastNote = -1;                          // last pattern note played (retriggers, delays)
+    int32_t relativeNote = 0;                       // the playing sample's (portamento targets)
+    uint8_t portamentoDirection = 0;                // 0 none, 1 period up, 2 period down
+    const ModuleInstrument* playing = nullptr;      // the last note's: envelopes, fadeout, auto-vibrato
+    uint8_t sampleVolume = 0;                       // the last note's sample defaults, which an
+    uint8_t samplePanning = 128;                    // instrument number alone restores
+    bool panningSustainHeld = false;  // FT2 never releases a panning sustain reached before key off
+    int32_t autoVibratoPosition = 0;  // 256 to a cycle
+    int32_t autoVibratoDepth = 0;     // depth << 8, grown by the sweep
+    int32_t autoVibratoSweep = 0;     // depth << 8 added per tick while sweeping; 0 when done
+    int32_t retriggerCount = 0;       // ticks since the last Rxy retrigger
+    int32_t tremorCount = 0;          // ticks left in the current Txy phase
+    bool tremorOn = true;             // Txy phase: sound (true) or silence
+    uint8_t previousEffect = 0;       // the last row's effect (FT2 keeps a running vibrato's pitch)
+    uint8_t rowNote = noNote;         // the row's own note and instrument number (Rxy's first tick)
+    uint8_t rowInstrument = 0;
 };
 
 struct Channel {
@@ -91,15 +120,16 @@ struct Channel {
     int32_t loopRow = 0;
     int32_t loopCount = 0;
 
-    // XM instrument playback (neutral until envelopes land).
+    // XM instrument playback; neutral for MOD and S3M. An envelope tick of
+    // -1 means the envelope has not played its first tick yet.
     bool keyOn = true;
-    int32_t volumeEnvelopeTick = 0;
-    int32_t panningEnvelopeTick = 0;
+    int32_t volumeEnvelopeTick = -1;
+    int32_t panningEnvelopeTick = -1;
     int32_t envelopeVolume = 64;   // 0..64
     int32_t envelopePanning = 0;   // -128..127 around the channel panning
     int32_t fadeoutVolume = 65536; // 0..65536, falls after key off
-    int32_t autoVibratoTick = 0;
     int32_t autoVibratoOffset = 0;  // period units, added with vibrato
+    XmChannelState xm;
 
     ChannelOutput output;
 };

@@ -1,8 +1,10 @@
 // Sequencer effects: every effect code and volume-column command is decoded
 // here, on a row's first tick (start*) and on the ticks after it (tick*).
 // The shared codes 0x00..0x0F play by ProTracker's rules for MOD (and for
-// S3M until its own rules land), with FT2's where XM differs (isXm()).
-// Codes 0x10..0x2F go to XmEffects.cpp, 0x30 and up to S3mEffects.cpp.
+// S3M until its own rules land); codes 0x30 and up go to S3mEffects.cpp.
+// XM plays every code by FT2's rules in XmEffects.cpp, and shares only the
+// effects that move or time the song (startFlowEffect) and the building
+// blocks at the end of this file.
 //
 // Units: periods move 4 units per ProTracker slide step (Periods.h);
 // volumes are 0..64; oscillators give -32..32, scaled here so that depth 15
@@ -41,31 +43,17 @@ void Sequencer::startEffect(Channel& channel) {
     uint8_t parameter = channel.parameter;
     if (startFlowEffect(channel, effect, parameter))
         return;
+    if (isXm())
+        return startXmEffect(channel);
     if (effect >= EffectS3mSetSpeed)
         return startS3mEffect(channel);
-    if (effect >= EffectSetGlobalVolume)
-        return startXmEffect(channel);
     EffectMemory& memory = channel.memory;
     switch (effect) {
-    case EffectPortamentoUp:
-        if (isXm())
-            remembered(memory.portamentoUp, parameter);
-        break;
-    case EffectPortamentoDown:
-        if (isXm())
-            remembered(memory.portamentoDown, parameter);
-        break;
     case EffectTonePortamento:
         remembered(memory.tonePortamento, parameter);
         break;
     case EffectVibrato:
         setOscillator(channel.vibrato, parameter);
-        break;
-    case EffectTonePortamentoVolumeSlide:
-    case EffectVibratoVolumeSlide:
-    case EffectVolumeSlide:
-        if (isXm())
-            remembered(memory.volumeSlide, parameter);
         break;
     case EffectTremolo:
         setOscillator(channel.tremolo, parameter);
@@ -135,6 +123,8 @@ bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parame
             } else if (--channel.loopCount > 0) {
                 loopJumpRow = channel.loopRow;
             }
+            if (isXm() && loopJumpRow >= 0)
+                xmNextPatternRow = loopJumpRow;
             return true;
         }
         if (high(parameter) == ExtendedPatternDelay) {
@@ -144,22 +134,19 @@ bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parame
         }
         return false;
     default:
-        if (effect >= EffectS3mSetSpeed)
+        if (effect >= EffectS3mSetSpeed && !isXm())
             return startS3mFlowEffect(channel, effect, parameter);
-        if (effect >= EffectSetGlobalVolume)
-            return startXmFlowEffect(channel, effect, parameter);
         return false;
     }
 }
 
 void Sequencer::startExtended(Channel& channel, uint8_t command, uint8_t value) {
-    EffectMemory& memory = channel.memory;
     switch (command) {
     case ExtendedFinePortamentoUp:
-        slidePeriod(channel, -4 * (isXm() ? remembered(memory.finePortamentoUp, value) : value));
+        slidePeriod(channel, -4 * value);
         break;
     case ExtendedFinePortamentoDown:
-        slidePeriod(channel, 4 * (isXm() ? remembered(memory.finePortamentoDown, value) : value));
+        slidePeriod(channel, 4 * value);
         break;
     case ExtendedGlissando:
         channel.glissando = value != 0;
@@ -168,7 +155,7 @@ void Sequencer::startExtended(Channel& channel, uint8_t command, uint8_t value) 
         channel.vibrato.setWaveform(value);
         break;
     case ExtendedSetFinetune:  // the note on this row already used it (startNote)
-        channel.finetune = isXm() ? (value - 8) * 16 : int8_t(value << 4);
+        channel.finetune = int8_t(value << 4);
         break;
     case ExtendedTremoloWaveform:
         channel.tremolo.setWaveform(value);
@@ -181,10 +168,10 @@ void Sequencer::startExtended(Channel& channel, uint8_t command, uint8_t value) 
             triggerSample(channel, channel.lastStartFrame);
         break;
     case ExtendedFineVolumeUp:
-        channel.volume = std::min(channel.volume + (isXm() ? remembered(memory.fineVolumeUp, value) : value), 64);
+        channel.volume = std::min(channel.volume + value, 64);
         break;
     case ExtendedFineVolumeDown:
-        channel.volume = std::max(channel.volume - (isXm() ? remembered(memory.fineVolumeDown, value) : value), 0);
+        channel.volume = std::max(channel.volume - value, 0);
         break;
     case ExtendedNoteCut:
         if (value == 0)
@@ -195,9 +182,10 @@ void Sequencer::startExtended(Channel& channel, uint8_t command, uint8_t value) 
     }
 }
 
-// The volume column's set-volume (all formats that have one). The other
-// commands (EffectCodes.h) are FT2's and are decoded here as they land.
+// The volume column's set-volume (S3M); XM's column has commands of its own.
 void Sequencer::startVolumeColumn(Channel& channel) {
+    if (isXm())
+        return startXmVolumeColumn(channel);
     uint8_t command = channel.volumeCommand;
     if (command >= volumeSetBase && command <= volumeSetBase + 64)
         channel.volume = command - volumeSetBase;
@@ -208,22 +196,21 @@ void Sequencer::startVolumeColumn(Channel& channel) {
 void Sequencer::tickEffect(Channel& channel) {
     uint8_t effect = channel.effect;
     uint8_t parameter = channel.parameter;
+    if (isXm())
+        return tickXmEffect(channel);
     if (effect >= EffectS3mSetSpeed)
         return tickS3mEffect(channel);
-    if (effect >= EffectSetGlobalVolume)
-        return tickXmEffect(channel);
-    const EffectMemory& memory = channel.memory;
-    uint8_t slide = isXm() ? memory.volumeSlide : parameter;
+    uint8_t slide = parameter;
     switch (effect) {
     case EffectArpeggio:
         if (parameter)
             applyArpeggio(channel, parameter);
         break;
     case EffectPortamentoUp:
-        slidePeriod(channel, -4 * (isXm() ? memory.portamentoUp : parameter));
+        slidePeriod(channel, -4 * parameter);
         break;
     case EffectPortamentoDown:
-        slidePeriod(channel, 4 * (isXm() ? memory.portamentoDown : parameter));
+        slidePeriod(channel, 4 * parameter);
         break;
     case EffectTonePortamento:
         tonePortamento(channel);
@@ -268,7 +255,10 @@ void Sequencer::tickExtended(Channel& channel, uint8_t command, uint8_t value) {
     }
 }
 
-void Sequencer::tickVolumeColumn(Channel& channel) { (void)channel; }
+void Sequencer::tickVolumeColumn(Channel& channel) {
+    if (isXm())
+        tickXmVolumeColumn(channel);
+}
 
 // ---- Building blocks -----------------------------------------------------------
 
@@ -316,10 +306,9 @@ void Sequencer::applyTremolo(Channel& channel) {
     channel.tremolo.advance();
 }
 
-// Ticks cycle through the base note, +x and +y semitones. ProTracker counts
-// from the row's start; FT2 counts its ticks down from the speed.
+// Ticks cycle through the base note, +x and +y semitones from the row's start.
 void Sequencer::applyArpeggio(Channel& channel, uint8_t parameter) {
-    int32_t step = isXm() ? (ticksPerRow - tickInRow) % 3 : tickInRow % 3;
+    int32_t step = tickInRow % 3;
     if (step == 0)
         return;
     int32_t semitones = step == 1 ? high(parameter) : low(parameter);

@@ -62,7 +62,7 @@ public:
     int32_t channelCount = 0;
     int32_t substitutePattern = -1;  // played for orders beyond the last pattern
     Array<uint8_t> channelPanning;   // 0 left, 128 centre, 255 right
-    Array<int32_t> channelMap;
+    Array<int32_t> channelMap;     // recorded by the loaders; playback does not read it (Sequencer.h)
     Array<uint16_t> orders;
     Array<ModulePattern> patterns;
     Array<ModuleInstrument> instruments;

@@ -17,7 +17,7 @@ struct ModuleInstrument {
     Envelope volumeEnvelope;
     Envelope panningEnvelope;
     // XM: how fast the volume fades after key off (subtracted per tick from
-    // a fade level of 65536); 0 = no fade.
+    // a fade level of 32768, as FT2 counts it); 0 = no fade.
     uint16_t fadeout = 0;
     // XM auto-vibrato: waveform (0 sine, 1 square, 2 ramp down, 3 ramp up),
     // ticks until full depth, depth and speed.

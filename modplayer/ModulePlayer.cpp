@@ -2,6 +2,7 @@
 #include "modplayer/ModulePlayer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <new>
 
@@ -37,6 +38,11 @@ struct ModulePlayer::State {
     Array<int32_t> accumulator;
     PlayerSettings settings;
     int32_t gain = 0;
+    // XM pans by FT2's square-root law: side gain sqrt(share / 256), here
+    // scaled by 1 / sqrt(2) so that the centre stays as loud as the linear
+    // law's. Entry n is the gain (of 65536) of a side whose share is n.
+    bool squareRootPanning = false;
+    int32_t panGain[257] = {};
     int32_t rampFrames = 0;
     int32_t framesLeftInTick = 0;
     int32_t tickFrames = 0;
@@ -55,6 +61,10 @@ void ModulePlayer::State::startTick() {
 void ModulePlayer::State::steerVoice(const ChannelOutput& output, Voice& voice, Voice& fade) {
     bool ramp = settings.volumeRamp;
     int32_t rampLength = ramp ? std::min(rampFrames, std::max(tickFrames, 1)) : 0;
+    // An envelope's steps glide across the tick, as the reference player
+    // renders them (measured on an envelope of steep steps).
+    if (ramp && output.smooth && !output.trigger)
+        rampLength = std::max(tickFrames, 1);
     if (output.trigger || output.stop) {
         if (ramp && voice.active) {  // the old note fades out beside the new one
             fade = voice;
@@ -76,6 +86,9 @@ void ModulePlayer::State::steerVoice(const ChannelOutput& output, Voice& voice, 
     int32_t level = int32_t((int64_t(gain) * output.volume) >> 16);
     if (settings.channels == 1)
         return voice.steer(level, 0, rampLength);
+    if (squareRootPanning)
+        return voice.steer(int32_t(int64_t(level) * panGain[256 - output.panning] >> 16),
+                           int32_t(int64_t(level) * panGain[output.panning] >> 16), rampLength);
     voice.steer(level * (255 - output.panning) / 255, level * output.panning / 255, rampLength);
 }
 
@@ -107,6 +120,9 @@ bool ModulePlayer::start(const Module& module, int32_t subsong, const PlayerSett
     }
     fresh->settings = settings;
     fresh->gain = channelGain(module.channelCount);
+    fresh->squareRootPanning = module.formatType == FormatXm;
+    for (int32_t share = 0; share <= 256; ++share)
+        fresh->panGain[share] = int32_t(std::lround(65536.0 * std::sqrt(share / 512.0)));
     // About 1.4 ms: long enough to hide the step, short enough to keep attacks.
     fresh->rampFrames = std::max<int32_t>(1, int32_t(settings.sampleRate / 700));
     state = fresh;

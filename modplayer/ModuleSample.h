@@ -18,6 +18,9 @@ struct ModuleSample {
     int8_t finetune = 0;         // 1/128 semitone steps
     int16_t extraB = -1;         // S3M/XM loader setting; -1 when unset
     uint32_t reserved = 0;
+
+    // The default volume on the effects' scale, 0..64.
+    int32_t effectVolume() const { return (volume * 64 + 127) / 255; }
 };
 
 }  // namespace mod

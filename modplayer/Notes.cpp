@@ -12,9 +12,6 @@ namespace {
 
 constexpr int32_t highestNote = 119;  // B-9: the last note every format can name
 
-// Sample volumes are stored as 0..255 (v * 255 / 64); the effects count 0..64.
-int32_t effectVolume(uint8_t storedVolume) { return (storedVolume * 64 + 127) / 255; }
-
 bool isTonePortamento(const PatternCell& cell) {
     return cell.effect == EffectTonePortamento || cell.effect == EffectTonePortamentoVolumeSlide ||
            cell.effect == EffectS3mTonePortamentoVolumeSlide || (cell.volume & 0xF0) == volumeTonePortamento;
@@ -48,9 +45,9 @@ const ModuleSample* Sequencer::sampleFor(const ModuleInstrument& instrument, int
     return index < module->samples.count() ? &module->samples[index] : nullptr;
 }
 
-// An instrument number resets the volume (and XM's panning) to the sample's
-// defaults and picks the finetune or C4 speed that the next notes use. The
-// sample itself starts only with a note.
+// An instrument number resets the volume to the sample's default and picks
+// the finetune or C4 speed that the next notes use. The sample itself starts
+// only with a note. (XM's instruments: XmNotes.cpp.)
 void Sequencer::selectInstrument(Channel& channel, int32_t number, int32_t note) {
     if (number > module->instruments.count())
         return;
@@ -60,19 +57,10 @@ void Sequencer::selectInstrument(Channel& channel, int32_t number, int32_t note)
         channel.volume = 0;
         return;
     }
-    channel.volume = effectVolume(sample->volume);
+    channel.volume = sample->effectVolume();
     channel.finetune = sample->finetune;
     if (isS3m() && sample->extraA > 0)
         channel.c4Speed = sample->extraA;
-    if (isXm() && sample->extraB >= 0)
-        channel.panning = uint8_t(std::min<int32_t>(sample->extraB, 255));
-    if (isXm()) {
-        // Envelopes restart with the instrument.
-        channel.keyOn = true;
-        channel.volumeEnvelopeTick = channel.panningEnvelopeTick = 0;
-        channel.fadeoutVolume = 65536;
-        channel.autoVibratoTick = 0;
-    }
 }
 
 void Sequencer::startNote(Channel& channel, const PatternCell& cell) {
@@ -80,12 +68,10 @@ void Sequencer::startNote(Channel& channel, const PatternCell& cell) {
         return;
     const ModuleSample* sample = sampleFor(*channel.instrument, cell.note);
     int32_t note = cell.note;
-    if (isXm() && sample && sample->extraA != -1)
-        note += sample->extraA;
     if (note < 0 || note > highestNote)
         return;
     if (cell.effect == EffectExtended && cell.parameter >> 4 == ExtendedSetFinetune)
-        channel.finetune = isXm() ? ((cell.parameter & 0x0F) - 8) * 16 : int8_t(cell.parameter << 4);
+        channel.finetune = int8_t(cell.parameter << 4);
     int32_t period = periods.notePeriod(note, channel.finetune, channel.c4Speed);
     if (isTonePortamento(cell) && channel.playing && channel.period > 0) {
         channel.portamentoTarget = period;

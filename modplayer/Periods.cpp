@@ -98,8 +98,11 @@ int32_t Periods::noteAtOrAbove(int32_t period, int32_t finetune, int32_t c4Speed
 uint64_t Periods::frequency(int32_t period) const {
     if (period <= 0)
         return 0;
-    if (system == Linear)
-        return uint64_t(linearFrequency[std::min(period, linearPeriodCount - 1)]) << 16;
+    if (system == Linear) {
+        // Beyond the table each 768 units halve the frequency again.
+        int32_t octaves = period < linearPeriodCount ? 0 : (period - linearPeriodCount) / 768 + 1;
+        return (uint64_t(linearFrequency[period - 768 * octaves]) << 16) >> octaves;
+    }
     return (uint64_t(clock) << 16) / uint32_t(period);
 }
 

@@ -45,7 +45,7 @@ bool Sequencer::start(const Module& song, int32_t subsong) {
     globalLevel = (song.globalVolume * 64 + 127) / 255;
     startPosition = song.subsongs[subsong].startPosition;
     restartPosition = subsong == 0 ? song.restartPosition : startPosition;
-    tickInRow = rowRepeat = rowRepeats = extraTicks = loopedRows = 0;
+    tickInRow = rowRepeat = rowRepeats = extraTicks = loopedRows = xmNextPatternRow = 0;
     jumpOrder = breakRow = loopJumpRow = requestedDelay = -1;
     songEnded = false;
     if (!enterOrder(startPosition, 0))
@@ -66,8 +66,11 @@ bool Sequencer::playTick() {
         repeatRow();
     else
         playLaterTick();
-    for (Channel& channel : channels)
+    for (Channel& channel : channels) {
+        if (isXm())
+            advanceXmInstrument(channel);
         computeOutput(channel);
+    }
     finishTick();
     return true;
 }
@@ -96,6 +99,10 @@ void Sequencer::readRow(bool flowOnly) {
     for (int32_t i = 0; i < channels.count(); ++i) {
         Channel& channel = channels[i];
         const PatternCell& cell = cellAt(i);
+        if (isXm() && !flowOnly) {
+            startXmRow(channel, cell);
+            continue;
+        }
         channel.effect = cell.effect;
         channel.parameter = cell.parameter;
         if (flowOnly) {
@@ -132,6 +139,10 @@ void Sequencer::playLaterTick() {
     for (Channel& channel : channels) {
         channel.tickPeriod = channel.period;
         channel.vibratoOffset = channel.volumeOffset = 0;
+        if (isXm()) {
+            tickXmChannel(channel);
+            continue;
+        }
         if (channel.delayTick > 0 && channel.delayTick == tickInRow) {
             channel.noteOnRow = false;
             playCell(channel, channel.delayedCell);
@@ -158,7 +169,7 @@ void Sequencer::advanceRow() {
     } else if (loopJumpRow >= 0) {
         rowIndex = std::min(loopJumpRow, rowCount - 1);
     } else if (++rowIndex >= rowCount) {
-        if (!enterOrder(order + 1, 0))
+        if (!enterOrder(order + 1, isXm() ? xmNextPatternRow : 0))
             return endPass(false);
     }
     arriveAtRow();
@@ -183,8 +194,11 @@ bool Sequencer::enterOrder(int32_t position, int32_t startRow) {
         pattern = number;
         rowCount = song.patterns[number].count();
         rowIndex = startRow < rowCount ? startRow : 0;
-        for (Channel& channel : channels)
-            channel.loopRow = channel.loopCount = 0;
+        xmNextPatternRow = 0;
+        // FT2 keeps each channel's loop row and count across patterns.
+        if (!isXm())
+            for (Channel& channel : channels)
+                channel.loopRow = channel.loopCount = 0;
         return true;
     }
     return false;

@@ -7,11 +7,11 @@
 // Where things live:
 //   Sequencer.cpp  rows, orders, ticks, the song's end;
 //   Notes.cpp      instruments, notes, sample starts, the per-tick output;
-//   Effects.cpp    the effect and volume-column decoding for every format,
-//                  with the ProTracker effects (MOD rules, XM rules where
-//                  they differ: look for isXm());
+//   Effects.cpp    the effect and volume-column decoding of MOD and S3M,
+//                  with the ProTracker effects, and the song-moving effects
+//                  of every format (startFlowEffect);
 //   S3mEffects.cpp the S3M-only codes (0x30..0x3C);
-//   XmEffects.cpp  the XM letter codes (0x10..0x23).
+//   XmNotes.cpp, XmEffects.cpp, XmInstrument.cpp  XM (below).
 //
 // Seams for the format effects still to come:
 //   - S3M: S3mEffects.cpp takes the codes 0x30..0x3C. The ones that time or
@@ -20,14 +20,18 @@
 //     them and acts only when `rowRepeat` is 0 (a pattern-delay repeat
 //     calls it again). S3M's shared codes play through Effects.cpp: ST3's
 //     memory rules go there under isS3m(). Periods knows ST3's C4 speed.
-//   - XM: XmEffects.cpp takes the letters 0x10..0x23; the volume column's
-//     other commands go into startVolumeColumn / tickVolumeColumn
-//     (Effects.cpp). Envelopes, fadeout and auto-vibrato advance in a step
-//     of their own called from playTick just before computeOutput (Notes.cpp),
-//     filling the Channel fields computeOutput already combines.
-//   - Choices already made by format: isXm() in Effects.cpp (effect
-//     memories, E5x, arpeggio order, F00), startAtOffset (offsets past the
-//     end), repeatRow (not for XM), keyOff, swapSample (MOD only).
+//
+// XM plays by FT2's rules in files of its own: XmNotes.cpp takes each row's
+// cells (notes, instruments, key off, note delay), XmEffects.cpp every
+// effect and volume-column command, XmInstrument.cpp the envelopes, fadeout
+// and auto-vibrato once per tick. Only the effects that time or move the
+// song (B, D, E6x, EEx, F) stay shared in startFlowEffect, with FT2's
+// choices there: F00 ends the song, loop rows survive pattern changes, and
+// a pattern that simply ends hands its last loop's start row to the next.
+//
+// Module::channelMap plays no part: every pattern channel drives its own
+// voice (and its fade-out twin), so the map's instrument numbers per
+// channel, which the loaders record, have nothing to choose.
 //
 // The song ends the first time it would play an (order, row) it has already
 // played in this pass. Rows replayed by a running pattern loop do not count,
@@ -134,13 +138,43 @@ private:
     void applyArpeggio(Channel& channel, uint8_t parameter);
     uint8_t remembered(uint8_t& memory, uint8_t parameter) const;
 
-    // S3mEffects.cpp and XmEffects.cpp: the format-only codes.
+    // S3mEffects.cpp: the S3M-only codes.
     void startS3mEffect(Channel& channel);
     void tickS3mEffect(Channel& channel);
     bool startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+
+    // XmNotes.cpp: FT2's notes, instruments and key off.
+    void startXmRow(Channel& channel, const PatternCell& cell);
+    void playXmCell(Channel& channel, const PatternCell& cell);
+    void playXmDelayedCell(Channel& channel);
+    int32_t xmNoteWithinRange(const Channel& channel, const PatternCell& cell) const;
+    void triggerXmNote(Channel& channel, int32_t note, uint8_t effect, uint8_t parameter);
+    void startXmInstrument(Channel& channel);
+    void restoreXmSampleDefaults(Channel& channel);
+    void aimXmPortamento(Channel& channel, int32_t note, int32_t instrumentNumber);
+    void releaseXmKey(Channel& channel);
+    const ModuleInstrument* xmInstrument(int32_t number) const;
+
+    // XmEffects.cpp: every XM effect and volume-column command.
     void startXmEffect(Channel& channel);
     void tickXmEffect(Channel& channel);
-    bool startXmFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+    void tickXmChannel(Channel& channel);
+    void startXmExtended(Channel& channel, uint8_t command, uint8_t value);
+    void tickXmExtended(Channel& channel, uint8_t command, uint8_t value);
+    void startXmVolumeColumn(Channel& channel);
+    void tickXmVolumeColumn(Channel& channel);
+    void slideXmPeriod(Channel& channel, int32_t delta);
+    void slideXmVolume(Channel& channel, uint8_t parameter);
+    void xmTonePortamento(Channel& channel);
+    void xmArpeggio(Channel& channel, uint8_t parameter);
+    void xmTremolo(Channel& channel);
+    void xmTremor(Channel& channel, uint8_t parameter);
+    void xmMultiRetrigger(Channel& channel, uint8_t parameter, bool firstTick);
+    void setXmEnvelopePosition(Channel& channel, uint8_t position);
+    int32_t xmNearestNotePeriod(const Channel& channel, int32_t period, int32_t semitones) const;
+
+    // XmInstrument.cpp: envelopes, fadeout and auto-vibrato, once per tick.
+    void advanceXmInstrument(Channel& channel);
 
     const Module* module = nullptr;
     Array<Channel> channels;
@@ -168,6 +202,11 @@ private:
     int32_t breakRow = -1;
     int32_t loopJumpRow = -1;
     int32_t requestedDelay = -1;
+
+    // XM: the row the next pattern starts at when the current one simply
+    // ends. FT2 leaves a pattern loop's start row here (and plays the next
+    // pattern from it); breaks and jumps name their own row.
+    int32_t xmNextPatternRow = 0;
 
     int32_t loopedRows = 0;
     bool looping = false;
