@@ -57,6 +57,7 @@ public:
         return true;
     }
 
+    int64_t size() const { return length; }
     bool holds(int64_t offset, int64_t count) const {
         return offset >= 0 && count >= 0 && offset <= length && count <= length - offset;
     }
@@ -121,7 +122,7 @@ struct InstrumentHeader {
 
 struct PatternPlace {
     int64_t offset = 0;  // 0: the pattern is not stored and has 64 empty rows
-    int32_t packedLength = 0;
+    int32_t packedLength = 0;  // as its length word says: the region it claims
 };
 
 struct S3mLayout {
@@ -339,8 +340,10 @@ int32_t entryFieldBytes(uint8_t what) {
     return (what & s3mEntryHasNote ? 2 : 0) + (what & s3mEntryHasVolume ? 1 : 0) + (what & s3mEntryHasEffect ? 2 : 0);
 }
 
-PatternCell decodeEntry(uint8_t what, const uint8_t* fields) {
-    PatternCell cell;
+// Fills the fields an entry carries. A row may name a channel twice (junk
+// read past a short length word does): the later entry's fields win, the
+// others stay, as the players read it.
+void decodeEntry(uint8_t what, const uint8_t* fields, PatternCell& cell) {
     if (what & s3mEntryHasNote) {
         cell.note = decodeNote(fields[0]);
         cell.instrument = fields[1];
@@ -350,16 +353,14 @@ PatternCell decodeEntry(uint8_t what, const uint8_t* fields) {
         cell.volume = uint8_t(volumeSetBase + std::min<uint8_t>(*fields++, 64));
     if (what & s3mEntryHasEffect) {
         uint8_t effect = fields[0] < sizeof effectForCommand ? effectForCommand[fields[0]] : notAnS3mEffect;
-        if (effect != notAnS3mEffect) {
-            cell.effect = effect;
-            cell.parameter = fields[1];
-        }
+        bool known = effect != notAnS3mEffect;
+        cell.effect = known ? effect : 0;
+        cell.parameter = known ? fields[1] : 0;
     }
-    return cell;
 }
 
-// Rows missing at the end of the packed bytes stay empty, and so does an
-// entry cut short by them.
+// Rows missing at the end of the file stay empty, and so does an entry cut
+// short by it.
 void decodePattern(const uint8_t* packed, int32_t count, const ChannelLayout& channels, ModulePattern& pattern) {
     const uint8_t* end = packed + count;
     for (int32_t row = 0; row < s3mRowsPerPattern && packed < end;) {
@@ -373,10 +374,16 @@ void decodePattern(const uint8_t* packed, int32_t count, const ChannelLayout& ch
             return;
         int32_t channel = what & s3mEntryChannelMask;
         if (channel < channels.count && channels.plays[channel])
-            pattern[row][channel] = decodeEntry(what, packed);
+            decodeEntry(what, packed, pattern[row][channel]);
         packed += fieldBytes;
     }
 }
+
+// A pattern's rows are read until the 64th ends, whatever its length word
+// says, as the players do: some trackers wrote lengths that cut the last
+// row short, and the bytes after it (often the next pattern's) complete it.
+// The rows can take no more than this many bytes.
+constexpr int32_t s3mLongestPackedPattern = s3mRowsPerPattern * (1 + s3mChannelSlots * 6);
 
 bool readPatterns(Module& module, S3mFile& file, const S3mLayout& layout, const ChannelLayout& channels) {
     Array<uint8_t> packed;
@@ -387,9 +394,10 @@ bool readPatterns(Module& module, S3mFile& file, const S3mLayout& layout, const 
         for (PatternRow& row : pattern)
             if (!row.resize(channels.count))
                 return false;
-        int32_t count = place.packedLength - 2;
+        int64_t rowsStart = place.offset + 2;
+        int32_t count = int32_t(std::min<int64_t>(s3mLongestPackedPattern, file.size() - rowsStart));
         if (place.offset != 0 && count > 0) {
-            if (!packed.resize(count) || !file.readAt(place.offset + 2, packed.data(), count))
+            if (!packed.resize(count) || !file.readAt(rowsStart, packed.data(), count))
                 return false;
             decodePattern(packed.data(), count, channels, pattern);
         }

@@ -41,7 +41,8 @@ Bytes entry(int channel, int note, int instrument, int volume = -1, int command 
     return out;
 }
 
-// Rows of entries, each row closed by its 0 byte.
+// Rows of entries, each row closed by its 0 byte, and empty rows after them
+// up to the 64 every pattern has.
 Bytes rows(const std::vector<std::vector<Bytes>>& entries) {
     Bytes out;
     for (const std::vector<Bytes>& row : entries) {
@@ -49,6 +50,7 @@ Bytes rows(const std::vector<std::vector<Bytes>>& entries) {
             out.insert(out.end(), e.begin(), e.end());
         out.push_back(0);
     }
+    out.resize(out.size() + s3mRowsPerPattern - entries.size());
     return out;
 }
 
@@ -69,6 +71,7 @@ struct S3mFileBuilder {
     Bytes orders = {0};
     std::vector<Instrument> instruments = {Instrument()};
     std::vector<Bytes> patterns = {rows({{entry(0, 0x40, 1)}})};  // packed rows; empty: not stored
+    uint16_t lengthShortfall = 0;  // bytes the length words leave out, as some trackers wrote them
     // Where build() put each instrument header, pattern and sample.
     mutable std::vector<size_t> instrumentAt, patternAt, dataAt;
 
@@ -108,7 +111,7 @@ struct S3mFileBuilder {
             putWord(out, pointers + 2 * (instruments.size() + i), uint32_t(patternAt.back() / 16));
             if (!patterns[i].empty()) {
                 out.resize(out.size() + 2);
-                putWord(out, out.size() - 2, uint32_t(patterns[i].size() + 2));
+                putWord(out, out.size() - 2, uint32_t(patterns[i].size() + 2 - lengthShortfall));
                 out.insert(out.end(), patterns[i].begin(), patterns[i].end());
             }
         }
@@ -169,12 +172,13 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     S3mFileBuilder::Instrument message;
     message.type = 0, message.length = 0, message.name = "a line of text", message.data = {};
     builder.instruments = {looped, stereo, adlib, message};
-    Bytes cut = rows({{entry(0, 0x40, 1, 32, 1, 3), entry(1, 254, 0), entry(2, 0x40, 1), entry(3, -1, 0, -1, 3, 0),
-                       entry(5, 0x50, 2, 70, 13, 5), entry(7, 0x40, 1)},
-                      {entry(1, 0x9B, 0, -1, 7, 0), entry(4, 0x30, 3)},
-                      {entry(0, 0x0C, 0, 0, 27, 9), entry(5, 0xA0, 0)}});
-    cut.resize(cut.size() - 1);  // the last entry loses its instrument byte, and the rest of the rows
-    builder.patterns = {{}, cut};
+    Bytes packed = rows({{entry(0, 0x40, 1, 32, 1, 3), entry(1, 254, 0), entry(2, 0x40, 1), entry(3, -1, 0, -1, 3, 0),
+                          entry(5, 0x50, 2, 70, 13, 5), entry(7, 0x40, 1)},
+                         {entry(1, 0x9B, 0, -1, 7, 0), entry(4, 0x30, 3), entry(4, -1, 0, 20)},
+                         {entry(0, 0x0C, 0, 0, 27, 9), entry(5, 0x40, 2)}});
+    builder.patterns = {{}, packed};
+    // The length word ends inside the last entry: the rows are read to their end all the same.
+    builder.lengthShortfall = 63;
     Module module;
     ASSERT_TRUE(load(module, builder.build()));
 
@@ -212,9 +216,9 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     EXPECT_EQ(cell(0, 3), std::tuple(255, 0, 0, 0, 0)) << "disabled channel: its break never happens";
     EXPECT_EQ(cell(0, 5), std::tuple(60, 2, volumeSetBase + 64, 0, 0)) << "M is not an S3M effect";
     EXPECT_EQ(cell(1, 1), std::tuple(119, 0, 0, int(EffectTonePortamento), 0));
-    EXPECT_EQ(cell(1, 4), std::tuple(36, 3, 0, 0, 0)) << "AdLib channel";
+    EXPECT_EQ(cell(1, 4), std::tuple(36, 3, volumeSetBase + 20, 0, 0)) << "AdLib channel, named twice";
     EXPECT_EQ(cell(2, 0), std::tuple(255, 0, volumeSetBase, 0, 0)) << "semitone 12 and command 27";
-    EXPECT_EQ(cell(2, 5), std::tuple(255, 0, 0, 0, 0)) << "entry cut by the pattern's end";
+    EXPECT_EQ(cell(2, 5), std::tuple(48, 2, 0, 0, 0)) << "entry beyond the length word";
     for (int row = 3; row < 64; ++row)
         for (int channel = 0; channel < 6; ++channel)
             EXPECT_TRUE(module.patterns[1][row][channel].isEmpty() && module.patterns[0][row][channel].isEmpty());
