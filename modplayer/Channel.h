@@ -77,6 +77,16 @@ struct XmChannelState {
     uint8_t rowInstrument = 0;
 };
 
+// S3M: the effect state ST3 keeps per channel beyond the memories above.
+struct S3mEffectState {
+    uint8_t lastParameter = 0;   // every effect's last nonzero parameter: D, E, F, I, J, K, L, Q, R, S read 00 as it
+    uint8_t tempo = 0;           // Txx: the last T parameter (T00 repeats it)
+    uint8_t globalVolumeSlide = 0;  // Wxy
+    uint8_t tremorTicks = 0;     // Ixy: where in the on-off cycle the channel is
+    int32_t retriggerTicks = 0;  // Qxy: ticks of Q since the last note
+    int32_t panningOffset = 0;   // Yxy: this tick's panbrello change to the panning
+};
+
 struct Channel {
     // What plays.
     const ModuleInstrument* instrument = nullptr;  // last instrument named
@@ -110,6 +120,7 @@ struct Channel {
     uint8_t volumeCommand = 0;
     bool noteOnRow = false;      // a note started on this row's first tick
     EffectMemory memory;
+    S3mEffectState s3m;
 
     // Note delay: the cell waits for tick `delayTick` (0: no delay).
     PatternCell delayedCell;

@@ -1,10 +1,9 @@
 // Sequencer effects: every effect code and volume-column command is decoded
 // here, on a row's first tick (start*) and on the ticks after it (tick*).
-// The shared codes 0x00..0x0F play by ProTracker's rules for MOD (and for
-// S3M until its own rules land); codes 0x30 and up go to S3mEffects.cpp.
-// XM plays every code by FT2's rules in XmEffects.cpp, and shares only the
-// effects that move or time the song (startFlowEffect) and the building
-// blocks at the end of this file.
+// The shared codes 0x00..0x0F play by ProTracker's rules for MOD. XM plays
+// every code by FT2's rules in XmEffects.cpp and S3M every code by ST3's in
+// S3mEffects.cpp; they share the effects that move or time the song
+// (startFlowEffect) and the building blocks at the end of this file.
 //
 // Units: periods move 4 units per ProTracker slide step (Periods.h);
 // volumes are 0..64; oscillators give -32..32, scaled here so that depth 15
@@ -39,14 +38,14 @@ uint8_t Sequencer::remembered(uint8_t& memory, uint8_t parameter) const {
 // ---- First tick ------------------------------------------------------------
 
 void Sequencer::startEffect(Channel& channel) {
+    if (isS3m())
+        return startS3mEffect(channel);
     uint8_t effect = channel.effect;
     uint8_t parameter = channel.parameter;
     if (startFlowEffect(channel, effect, parameter))
         return;
     if (isXm())
         return startXmEffect(channel);
-    if (effect >= EffectS3mSetSpeed)
-        return startS3mEffect(channel);
     EffectMemory& memory = channel.memory;
     switch (effect) {
     case EffectTonePortamento:
@@ -81,6 +80,8 @@ void Sequencer::startEffect(Channel& channel) {
 // row, not again on the repeats of a pattern delay (but see E6x). Also used
 // alone when a song is timed without playing it.
 bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
+    if (isS3m() && startS3mFlowEffect(channel, effect, parameter))
+        return true;
     bool firstPass = rowRepeat == 0;
     switch (effect) {
     case EffectPositionJump:
@@ -134,8 +135,6 @@ bool Sequencer::startFlowEffect(Channel& channel, uint8_t effect, uint8_t parame
         }
         return false;
     default:
-        if (effect >= EffectS3mSetSpeed && !isXm())
-            return startS3mFlowEffect(channel, effect, parameter);
         return false;
     }
 }
@@ -194,12 +193,12 @@ void Sequencer::startVolumeColumn(Channel& channel) {
 // ---- Later ticks -------------------------------------------------------------
 
 void Sequencer::tickEffect(Channel& channel) {
+    if (isS3m())
+        return tickS3mEffect(channel);
     uint8_t effect = channel.effect;
     uint8_t parameter = channel.parameter;
     if (isXm())
         return tickXmEffect(channel);
-    if (effect >= EffectS3mSetSpeed)
-        return tickS3mEffect(channel);
     uint8_t slide = parameter;
     switch (effect) {
     case EffectArpeggio:

@@ -86,6 +86,7 @@ void Sequencer::startNote(Channel& channel, const PatternCell& cell) {
     channel.vibrato.noteStarted();
     channel.tremolo.noteStarted();
     channel.panbrello.noteStarted();
+    channel.s3m.retriggerTicks = 0;
     channel.noteOnRow = true;
     triggerSample(channel, 0);
 }
@@ -142,14 +143,14 @@ void Sequencer::keyOff(Channel& channel) {
 
 // The tick's pitch and loudness from all their parts: base volume, tremolo
 // (or tremor), envelope, fadeout and global volume; base period, arpeggio or
-// glissando, vibrato and auto-vibrato; channel panning and envelope.
+// glissando, vibrato and auto-vibrato; channel panning, envelope and panbrello.
 void Sequencer::computeOutput(Channel& channel) {
     ChannelOutput& out = channel.output;
     int64_t volume = std::clamp(channel.volume + channel.volumeOffset, 0, 64);
     int64_t envelope = std::clamp(channel.envelopeVolume, 0, 64);
     int64_t fadeout = std::clamp(channel.fadeoutVolume, 0, 65536);
     out.volume = channel.playing ? int32_t((volume * envelope * globalLevel * fadeout) >> 18) : 0;
-    out.panning = uint8_t(std::clamp(channel.panning + channel.envelopePanning, 0, 255));
+    out.panning = uint8_t(std::clamp(channel.panning + channel.envelopePanning + channel.s3m.panningOffset, 0, 255));
     int32_t period = channel.tickPeriod + channel.vibratoOffset + channel.autoVibratoOffset;
     out.frequency = channel.playing ? periods.frequency(period) : 0;
 }

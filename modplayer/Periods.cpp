@@ -15,6 +15,11 @@ constexpr uint32_t palClock = 3546895 * 4;
 constexpr uint32_t c4Clock = 8363 * 1712;
 constexpr int32_t middleC4Speed = 8363;
 
+// ST3's pitch range: slides stop at the longest period, and a pitch above
+// the shortest plays at the shortest.
+constexpr int32_t st3Shortest = 64;
+constexpr int32_t st3Longest = 32767;
+
 // ProTracker's slide limits (B-3 and C-1), in quarter periods. They apply
 // when every note of a module lies within its three octaves (notes 36..71).
 constexpr int32_t proTrackerLowest = 113 * 4;
@@ -56,8 +61,8 @@ Periods Periods::forModule(const Module& module) {
     }
     periods.system = module.formatType == FormatS3m ? St3 : Amiga;
     periods.clock = module.formatType == FormatMod ? palClock : c4Clock;
-    periods.lowest = amigaPeriods[noteCount - 1];
-    periods.highest = module.formatType == FormatS3m ? 32767 : amigaPeriods[0];
+    periods.lowest = periods.system == St3 ? st3Shortest : amigaPeriods[noteCount - 1];
+    periods.highest = periods.system == St3 ? st3Longest : amigaPeriods[0];
     if (module.formatType == FormatMod && notesWithinProTrackerRange(module)) {
         periods.lowest = proTrackerLowest;
         periods.highest = proTrackerHighest;
@@ -72,7 +77,11 @@ int32_t Periods::notePeriod(int32_t note, int32_t finetune, int32_t c4Speed) con
     case Linear:
         return std::max(int32_t(linearPeriods[note]) - finetune / 2, 1);
     case St3:
-        return int32_t(int64_t(amigaPeriods[note]) * middleC4Speed / validC4Speed(c4Speed));
+        // ST3 scales its octave-0 period to the note's octave and C4 speed
+        // in one step, keeping the bits that a table of rounded periods for
+        // the higher octaves would lose.
+        return int32_t(int64_t(amigaPeriods[note % 12]) * middleC4Speed /
+                       (int64_t(validC4Speed(c4Speed)) << (note / 12)));
     case Amiga:
         break;
     }
@@ -103,6 +112,8 @@ uint64_t Periods::frequency(int32_t period) const {
         int32_t octaves = period < linearPeriodCount ? 0 : (period - linearPeriodCount) / 768 + 1;
         return (uint64_t(linearFrequency[period - 768 * octaves]) << 16) >> octaves;
     }
+    if (system == St3)
+        period = clamp(period);
     return (uint64_t(clock) << 16) / uint32_t(period);
 }
 

@@ -37,7 +37,9 @@ public:
     // Frequency in Hz with 16 fractional bits; 0 for period 0 (silence).
     uint64_t frequency(int32_t period) const;
 
-    // Slides stay within [minimum, maximum].
+    // Slides stay within [minimum, maximum]. ST3 lets a slide take the
+    // period below its minimum (frequency() plays it at the minimum) and
+    // cuts the note when it reaches 0.
     int32_t clamp(int32_t period) const;
     int32_t minimum() const { return lowest; }
     int32_t maximum() const { return highest; }

@@ -1,29 +1,393 @@
-// Sequencer effects of S3M only: the codes 0x30..0x3C of EffectCodes.h,
-// whose parameters no shared code reads the same way. Effects.cpp sends
-// them here; S3M's shared codes (B, C, G, H, I, O, Q, R, V) play through
-// Effects.cpp and XmEffects.cpp and still need ST3's memory rules there.
+// Sequencer effects of S3M, as Scream Tracker 3 plays them: every effect of
+// an S3M module comes here (Effects.cpp hands them over whole), the codes
+// it shares with the other formats (B, C, G, H, I, O, Q, R, V) as well as
+// its own (0x30 and up). Building blocks that the formats have in common
+// (tone portamento, arpeggio, note starts) stay in Effects.cpp and Notes.cpp.
 //
-// To do, by entry point:
-//   startS3mFlowEffect: A (speed), T (tempo), SBx (pattern loop), SEx
-//     (pattern delay; ST3 takes the first channel's), S6x (extraTicks);
-//     return true for these so duration scans see them, and act only while
-//     rowRepeat is 0;
-//   startS3mEffect / tickS3mEffect: D, E, F (with fine and extra-fine
-//     forms and ST3's shared memory), J, K, L, the other S commands, U, W,
-//     X, Y (the channel's panbrello oscillator).
+// ST3's rules that the other formats do not have:
+//   - One memory slot per channel: every effect with a nonzero parameter
+//     stores it, and D, E, F, I, J, K, L, Q, R and S read a 00 parameter as
+//     the slot's value. G, O and T keep memories of their own; H and U keep
+//     speed and depth apart.
+//   - Fine slides act on the row's first tick only (DxF, DFx, EFx, EEx, FFx,
+//     FEx), the others on the later ticks; with fast volume slides (files
+//     from ST3 3.00, or the header flag) D slides on the first tick too, and
+//     so do D0F and DF0 always.
+//   - Vibrato, tremolo and tremor act on the first tick too; the first tick
+//     shows the wave where it stands, the later ones move it on.
+//   - Retrigger counts the ticks of Q since the channel's last note; tremor
+//     counts through its on-off cycle across rows.
+//   - A slide that takes the period to 0 cuts the note; periods above 32767
+//     stop there.
+//   - One pattern loop for the whole song; the first nonzero SEx of a row
+//     sets its pattern delay; SD0 never plays its cell; SC0 does nothing.
+// Impulse Tracker's additions, which players honour in S3M files of every
+// tracker: T0x / T1x tempo slides, S6x fine pattern delay, W global volume
+// slides, Y panbrello, XA4 surround (played in the centre).
+#include <algorithm>
+
+#include "modplayer/EffectCodes.h"
 #include "modplayer/Sequencer.h"
 
 namespace mod {
 
-bool Sequencer::startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
-    (void)channel;
-    (void)effect;
-    (void)parameter;
-    return false;
+namespace {
+
+constexpr uint8_t high(uint8_t parameter) { return parameter >> 4; }
+constexpr uint8_t low(uint8_t parameter) { return parameter & 0x0F; }
+
+// Effects that read a 00 parameter from the shared memory slot.
+bool readsSharedMemory(uint8_t effect) {
+    switch (effect) {
+    case EffectS3mVolumeSlide:
+    case EffectS3mPortamentoDown:
+    case EffectS3mPortamentoUp:
+    case EffectTremor:
+    case EffectS3mArpeggio:
+    case EffectS3mVibratoVolumeSlide:
+    case EffectS3mTonePortamentoVolumeSlide:
+    case EffectMultiRetrigger:
+    case EffectTremolo:
+    case EffectS3mExtended:
+        return true;
+    default:
+        return false;
+    }
 }
 
-void Sequencer::startS3mEffect(Channel& channel) { (void)channel; }
+// Dxy (and Wxy) on one tick: DxF and DFx (x > 0) slide x up or down on the
+// first tick only; otherwise x0 slides up and 0y (or xy) down, on the later
+// ticks and, where `slidesOnFirstTick`, on the first as well.
+int32_t volumeSlideStep(uint8_t parameter, bool firstTick, bool slidesOnFirstTick) {
+    uint8_t up = high(parameter), down = low(parameter);
+    if (down == 0xF && up)
+        return firstTick ? up : 0;
+    if (up == 0xF && down)
+        return firstTick ? -down : 0;
+    if (firstTick && !slidesOnFirstTick)
+        return 0;
+    return down ? -down : up;
+}
 
-void Sequencer::tickS3mEffect(Channel& channel) { (void)channel; }
+// Exx / Fxx on one tick, in period units: EFx slides x steps and EEx x
+// quarter steps on the first tick only; otherwise xx steps on each later tick.
+int32_t portamentoStep(uint8_t parameter, bool firstTick) {
+    if (high(parameter) == 0xF)
+        return firstTick ? 4 * low(parameter) : 0;
+    if (high(parameter) == 0xE)
+        return firstTick ? low(parameter) : 0;
+    return firstTick ? 0 : 4 * parameter;
+}
+
+// H counts its depth in steps of 4 period units, U in single units; the
+// oscillator keeps the depth in units, so K goes on as fine as it was.
+void setVibrato(Oscillator& vibrato, uint8_t parameter, int32_t unitsPerStep) {
+    if (high(parameter))
+        vibrato.speed = high(parameter);
+    if (low(parameter))
+        vibrato.depth = uint8_t(low(parameter) * unitsPerStep);
+}
+
+// Depth 15 (in steps) reaches 30 Amiga periods either way, as in ProTracker.
+void vibrateS3m(Channel& channel, bool firstTick) {
+    channel.vibratoOffset = channel.vibrato.value() * channel.vibrato.depth * 255 / 4096;
+    if (!firstTick)
+        channel.vibrato.advance();
+}
+
+// ST3's tremolo is half as deep as ProTracker's: depth 15 moves the volume
+// by 30 at most.
+void tremoloS3m(Channel& channel, uint8_t parameter, bool firstTick) {
+    channel.tremolo.speed = high(parameter);
+    channel.tremolo.depth = low(parameter);
+    channel.volumeOffset = channel.tremolo.value() * channel.tremolo.depth * 255 / 4096;
+    if (!firstTick)
+        channel.tremolo.advance();
+}
+
+// Ixy: x + 1 ticks sounding, then y + 1 ticks silent, counted on every tick
+// of a row with tremor and carried from row to row.
+void applyTremor(Channel& channel, uint8_t parameter) {
+    int32_t on = high(parameter) + 1, off = low(parameter) + 1;
+    uint8_t& ticks = channel.s3m.tremorTicks;
+    if (ticks >= on + off)
+        ticks = 0;
+    if (ticks >= on)
+        channel.volumeOffset = -channel.volume;
+    ++ticks;
+}
+
+// Qxy's volume change x on each retrigger.
+int32_t retriggeredVolume(int32_t volume, uint8_t change) {
+    static const int8_t added[16] = {0, -1, -2, -4, -8, -16, 0, 0, 0, 1, 2, 4, 8, 16, 0, 0};
+    static const uint8_t sixteenths[16] = {16, 16, 16, 16, 16, 16, 10, 8, 16, 16, 16, 16, 16, 16, 24, 32};
+    return std::clamp(volume * sixteenths[change] / 16 + added[change], 0, 64);
+}
+
+// Yxy: the panning swings by up to 4 * y either way, moving x 256ths of a
+// cycle on every tick.
+void applyPanbrello(Channel& channel) {
+    Oscillator& panbrello = channel.panbrello;
+    channel.s3m.panningOffset = panbrello.value() * panbrello.depth / 4;
+    panbrello.position = uint8_t(panbrello.position + panbrello.speed);
+}
+
+// S2x: the C4 speeds of ST3's finetune table.
+constexpr int32_t finetuneC4Speeds[16] = {7895, 7941, 7985, 8046, 8107, 8169, 8232, 8280,
+                                          8363, 8413, 8463, 8529, 8581, 8651, 8723, 8757};
+
+constexpr int32_t slowestTempo = 32;
+constexpr int32_t fastestTempo = 255;
+
+}  // namespace
+
+int32_t Sequencer::slidTempo(int32_t tempo, int32_t slide) {
+    return std::clamp(tempo + slide, slowestTempo, fastestTempo);
+}
+
+// Effects that time or move the song. Runs first for every S3M cell, in play
+// and in duration scans alike, so it also keeps the shared memory slot.
+bool Sequencer::startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
+    S3mEffectState& state = channel.s3m;
+    if (parameter == 0 && readsSharedMemory(effect))
+        parameter = state.lastParameter;
+    else if (parameter && effect != 0)
+        state.lastParameter = parameter;
+    bool firstPass = rowRepeat == 0;
+    switch (effect) {
+    case EffectS3mSetSpeed:
+        if (firstPass && parameter)
+            ticksPerRow = parameter;
+        return true;
+    case EffectS3mSetTempo:
+        state.tempo = parameter ? parameter : state.tempo;
+        if (firstPass && state.tempo >= slowestTempo)
+            beatsPerMinute = state.tempo;
+        else if (firstPass && state.tempo)
+            tempoSlide += high(state.tempo) ? low(state.tempo) : -low(state.tempo);
+        return true;
+    case EffectS3mExtended:
+        return startS3mFlowExtended(high(parameter), low(parameter));
+    default:
+        return false;
+    }
+}
+
+bool Sequencer::startS3mFlowExtended(uint8_t command, uint8_t value) {
+    bool firstPass = rowRepeat == 0;
+    switch (command) {
+    case S3mExtendedPatternLoop: {
+        if (!firstPass)
+            return true;
+        // ST3 keeps one loop for the whole song: channel 0's loop fields
+        // hold it. A finished loop starts the next one on the row after.
+        Channel& loop = channels[0];
+        if (value == 0)
+            loop.loopRow = rowIndex;
+        else if (loop.loopCount == 0)
+            loop.loopCount = value, loopJumpRow = loop.loopRow;
+        else if (--loop.loopCount > 0)
+            loopJumpRow = loop.loopRow;
+        else
+            loop.loopRow = rowIndex + 1;
+        return true;
+    }
+    case S3mExtendedPatternDelay:
+        if (firstPass && requestedDelay < 0 && value > 0)
+            requestedDelay = value;
+        return true;
+    case S3mExtendedFinePatternDelay:
+        if (firstPass)
+            extraTicks += value;
+        return true;
+    default:
+        return false;
+    }
+}
+
+// ---- First tick ------------------------------------------------------------
+
+void Sequencer::startS3mEffect(Channel& channel) {
+    channel.s3m.panningOffset = 0;
+    if (channel.parameter == 0 && readsSharedMemory(channel.effect))
+        channel.parameter = channel.s3m.lastParameter;
+    uint8_t parameter = channel.parameter;
+    if (startFlowEffect(channel, channel.effect, parameter))
+        return;
+    bool fastSlides = module->fastVolumeSlides || parameter == 0x0F || parameter == 0xF0;
+    switch (channel.effect) {
+    case EffectS3mVolumeSlide:
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        break;
+    case EffectS3mPortamentoDown:
+        slideS3mPeriod(channel, portamentoStep(parameter, true));
+        break;
+    case EffectS3mPortamentoUp:
+        slideS3mPeriod(channel, -portamentoStep(parameter, true));
+        break;
+    case EffectTonePortamento:
+        remembered(channel.memory.tonePortamento, parameter);
+        break;
+    case EffectVibrato:
+    case EffectS3mFineVibrato:
+        setVibrato(channel.vibrato, parameter, channel.effect == EffectVibrato ? 4 : 1);
+        vibrateS3m(channel, true);
+        break;
+    case EffectTremor:
+        applyTremor(channel, parameter);
+        break;
+    case EffectS3mVibratoVolumeSlide:
+        vibrateS3m(channel, true);
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        break;
+    case EffectS3mTonePortamentoVolumeSlide:
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        break;
+    case EffectSampleOffset:
+        remembered(channel.memory.sampleOffset, parameter);
+        if (channel.noteOnRow)
+            startAtOffset(channel, uint32_t(channel.memory.sampleOffset) * 256);
+        break;
+    case EffectMultiRetrigger:
+        retriggerS3mNote(channel);
+        break;
+    case EffectTremolo:
+        tremoloS3m(channel, parameter, true);
+        break;
+    case EffectS3mExtended:
+        startS3mExtended(channel, high(parameter), low(parameter));
+        break;
+    case EffectSetGlobalVolume:
+        if (parameter <= 64)
+            globalLevel = parameter;
+        break;
+    case EffectS3mGlobalVolumeSlide:
+        remembered(channel.s3m.globalVolumeSlide, parameter);
+        globalLevel = std::clamp(globalLevel + volumeSlideStep(channel.s3m.globalVolumeSlide, true, false), 0, 64);
+        break;
+    case EffectS3mSetPanning:
+        if (parameter <= 0x80)
+            channel.panning = uint8_t(std::min(parameter * 2, 255));
+        else if (parameter == 0xA4)  // surround: no such thing in stereo, so the centre
+            channel.panning = 128;
+        break;
+    case EffectS3mPanbrello:
+        if (high(parameter))
+            channel.panbrello.speed = high(parameter);
+        if (low(parameter))
+            channel.panbrello.depth = low(parameter);
+        applyPanbrello(channel);
+        break;
+    default:  // J and G act after the first tick; A, B, C, T are flow
+        break;
+    }
+}
+
+void Sequencer::startS3mExtended(Channel& channel, uint8_t command, uint8_t value) {
+    switch (command) {
+    case S3mExtendedGlissando:
+        channel.glissando = value != 0;
+        break;
+    case S3mExtendedSetFinetune:
+        // Retunes the note that plays, not only the notes to come.
+        channel.c4Speed = finetuneC4Speeds[value];
+        if (channel.period > 0 && channel.note >= 0)
+            channel.period = channel.tickPeriod = periods.notePeriod(channel.note, 0, channel.c4Speed);
+        break;
+    case S3mExtendedVibratoWaveform:
+        channel.vibrato.setWaveform(value);
+        break;
+    case S3mExtendedTremoloWaveform:
+        channel.tremolo.setWaveform(value);
+        break;
+    case S3mExtendedPanbrelloWaveform:
+        channel.panbrello.setWaveform(value);
+        break;
+    case S3mExtendedSetPanning:
+        channel.panning = uint8_t(value * 17);
+        break;
+    default:  // S0x, SAx, SFx: nothing; SCx, SDx: later ticks and readRow; SBx, SEx, S6x: flow
+        break;
+    }
+}
+
+// ---- Later ticks -------------------------------------------------------------
+
+void Sequencer::tickS3mEffect(Channel& channel) {
+    channel.s3m.panningOffset = 0;
+    uint8_t parameter = channel.parameter;
+    switch (channel.effect) {
+    case EffectS3mVolumeSlide:
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        break;
+    case EffectS3mPortamentoDown:
+        slideS3mPeriod(channel, portamentoStep(parameter, false));
+        break;
+    case EffectS3mPortamentoUp:
+        slideS3mPeriod(channel, -portamentoStep(parameter, false));
+        break;
+    case EffectTonePortamento:
+        tonePortamento(channel);
+        break;
+    case EffectVibrato:
+    case EffectS3mFineVibrato:
+        vibrateS3m(channel, false);
+        break;
+    case EffectTremor:
+        applyTremor(channel, parameter);
+        break;
+    case EffectS3mArpeggio:
+        applyArpeggio(channel, parameter);
+        break;
+    case EffectS3mVibratoVolumeSlide:
+        vibrateS3m(channel, false);
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        break;
+    case EffectS3mTonePortamentoVolumeSlide:
+        tonePortamento(channel);
+        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        break;
+    case EffectMultiRetrigger:
+        retriggerS3mNote(channel);
+        break;
+    case EffectTremolo:
+        tremoloS3m(channel, parameter, false);
+        break;
+    case EffectS3mExtended:
+        if (high(parameter) == S3mExtendedNoteCut && tickInRow == low(parameter))
+            cutNote(channel);
+        break;
+    case EffectS3mGlobalVolumeSlide:
+        globalLevel = std::clamp(globalLevel + volumeSlideStep(channel.s3m.globalVolumeSlide, false, false), 0, 64);
+        break;
+    case EffectS3mPanbrello:
+        applyPanbrello(channel);
+        break;
+    default:  // T's slide is the song's, once a tick (playLaterTick)
+        break;
+    }
+}
+
+// ---- Building blocks -----------------------------------------------------------
+
+void Sequencer::slideS3mPeriod(Channel& channel, int32_t delta) {
+    if (channel.period <= 0 || delta == 0)
+        return;
+    channel.period = channel.tickPeriod = std::min(channel.period + delta, periods.maximum());
+    if (channel.period <= 0)
+        cutNote(channel);
+}
+
+// Qxy: every y ticks (y = 0 as 1) of Q since the channel's last note, the
+// sample starts again and the volume changes by x.
+void Sequencer::retriggerS3mNote(Channel& channel) {
+    int32_t every = std::max<int32_t>(low(channel.parameter), 1);
+    int32_t& ticks = channel.s3m.retriggerTicks;
+    if (ticks > 0 && ticks % every == 0 && channel.playing) {
+        triggerSample(channel, 0);
+        channel.volume = retriggeredVolume(channel.volume, high(channel.parameter));
+    }
+    ++ticks;
+}
 
 }  // namespace mod

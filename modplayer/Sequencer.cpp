@@ -19,8 +19,13 @@ int32_t longestPattern(const Module& module) {
     return rows;
 }
 
+// ST3 never plays a cell held back by SD0: a tick no row reaches.
+constexpr int32_t neverTick = 1 << 16;
+
 // A note delay holds the whole cell back until its tick.
 int32_t noteDelayOf(const PatternCell& cell) {
+    if (cell.effect == EffectS3mExtended && cell.parameter == S3mExtendedNoteDelay << 4)
+        return neverTick;
     bool delay = (cell.effect == EffectExtended && cell.parameter >> 4 == ExtendedNoteDelay) ||
                  (cell.effect == EffectS3mExtended && cell.parameter >> 4 == S3mExtendedNoteDelay);
     return delay ? cell.parameter & 0x0F : 0;
@@ -45,7 +50,7 @@ bool Sequencer::start(const Module& song, int32_t subsong) {
     globalLevel = (song.globalVolume * 64 + 127) / 255;
     startPosition = song.subsongs[subsong].startPosition;
     restartPosition = subsong == 0 ? song.restartPosition : startPosition;
-    tickInRow = rowRepeat = rowRepeats = extraTicks = loopedRows = xmNextPatternRow = 0;
+    tickInRow = rowRepeat = rowRepeats = extraTicks = tempoSlide = loopedRows = xmNextPatternRow = 0;
     jumpOrder = breakRow = loopJumpRow = requestedDelay = -1;
     songEnded = false;
     if (!enterOrder(startPosition, 0))
@@ -84,9 +89,26 @@ int64_t Sequencer::runToEnd(uint32_t sampleRate) {
         for (rowRepeat = 1; rowRepeat <= rowRepeats; ++rowRepeat)
             for (Channel& channel : channels)
                 startFlowEffect(channel, channel.effect, channel.parameter);
-        frames += int64_t(ticksPerRow + extraTicks) * (rowRepeats + 1) * framesPerTick(sampleRate, beatsPerMinute);
+        frames += rowFrames(sampleRate);
         tickInRow = rowRepeat = 0;
         advanceRow();
+    }
+    return frames;
+}
+
+// Frames of the current row and its pattern-delay repeats, each tick as long
+// as playing makes it: an S3M tempo slide changes every tick but the first.
+int64_t Sequencer::rowFrames(uint32_t sampleRate) {
+    int32_t ticks = ticksPerRow + extraTicks;
+    if (tempoSlide == 0)
+        return int64_t(ticks) * (rowRepeats + 1) * framesPerTick(sampleRate, beatsPerMinute);
+    int64_t frames = 0;
+    for (int32_t pass = 0; pass <= rowRepeats; ++pass) {
+        frames += framesPerTick(sampleRate, beatsPerMinute);
+        for (int32_t tick = 1; tick < ticks; ++tick) {
+            beatsPerMinute = slidTempo(beatsPerMinute, tempoSlide);
+            frames += framesPerTick(sampleRate, beatsPerMinute);
+        }
     }
     return frames;
 }
@@ -95,7 +117,7 @@ int64_t Sequencer::runToEnd(uint32_t sampleRate) {
 // the effects that time or move the song are applied (duration scans).
 void Sequencer::readRow(bool flowOnly) {
     jumpOrder = breakRow = loopJumpRow = requestedDelay = -1;
-    extraTicks = 0;
+    extraTicks = tempoSlide = 0;
     for (int32_t i = 0; i < channels.count(); ++i) {
         Channel& channel = channels[i];
         const PatternCell& cell = cellAt(i);
@@ -150,6 +172,8 @@ void Sequencer::playLaterTick() {
         tickEffect(channel);
         tickVolumeColumn(channel);
     }
+    if (tempoSlide)
+        beatsPerMinute = slidTempo(beatsPerMinute, tempoSlide);
 }
 
 void Sequencer::finishTick() {

@@ -7,19 +7,17 @@
 // Where things live:
 //   Sequencer.cpp  rows, orders, ticks, the song's end;
 //   Notes.cpp      instruments, notes, sample starts, the per-tick output;
-//   Effects.cpp    the effect and volume-column decoding of MOD and S3M,
-//                  with the ProTracker effects, and the song-moving effects
-//                  of every format (startFlowEffect);
-//   S3mEffects.cpp the S3M-only codes (0x30..0x3C);
+//   Effects.cpp    the effect decoding of MOD, with the ProTracker effects,
+//                  the song-moving effects of every format (startFlowEffect)
+//                  and the building blocks the formats share;
+//   S3mEffects.cpp every effect of an S3M module, by ST3's rules (or
+//                  Impulse Tracker's, for the S3M files it saved);
 //   XmNotes.cpp, XmEffects.cpp, XmInstrument.cpp  XM (below).
 //
-// Seams for the format effects still to come:
-//   - S3M: S3mEffects.cpp takes the codes 0x30..0x3C. The ones that time or
-//     move the song (A, T, SBx, SEx, S6x via `extraTicks`) belong in
-//     startS3mFlowEffect, so that runToEnd sees them; it returns true for
-//     them and acts only when `rowRepeat` is 0 (a pattern-delay repeat
-//     calls it again). S3M's shared codes play through Effects.cpp: ST3's
-//     memory rules go there under isS3m(). Periods knows ST3's C4 speed.
+// S3M's effects that time or move the song (A, T, SBx, SEx, S6x via
+// `extraTicks`, T's slides via `tempoSlide`) start in startS3mFlowEffect,
+// which startFlowEffect asks first, so that runToEnd sees them; they act
+// only while `rowRepeat` is 0 (a pattern-delay repeat calls them again).
 //
 // XM plays by FT2's rules in files of its own: XmNotes.cpp takes each row's
 // cells (notes, instruments, key off, note delay), XmEffects.cpp every
@@ -96,6 +94,7 @@ public:
 private:
     // Sequencer.cpp: rows, orders and the song's end.
     void readRow(bool flowOnly);
+    int64_t rowFrames(uint32_t sampleRate);
     void repeatRow();
     void playLaterTick();
     void finishTick();
@@ -138,10 +137,15 @@ private:
     void applyArpeggio(Channel& channel, uint8_t parameter);
     uint8_t remembered(uint8_t& memory, uint8_t parameter) const;
 
-    // S3mEffects.cpp: the S3M-only codes.
+    // S3mEffects.cpp: every effect of an S3M module, by ST3's rules.
     void startS3mEffect(Channel& channel);
     void tickS3mEffect(Channel& channel);
     bool startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter);
+    bool startS3mFlowExtended(uint8_t command, uint8_t value);
+    void startS3mExtended(Channel& channel, uint8_t command, uint8_t value);
+    void slideS3mPeriod(Channel& channel, int32_t delta);
+    void retriggerS3mNote(Channel& channel);
+    static int32_t slidTempo(int32_t tempo, int32_t slide);
 
     // XmNotes.cpp: FT2's notes, instruments and key off.
     void startXmRow(Channel& channel, const PatternCell& cell);
@@ -196,6 +200,7 @@ private:
     int32_t rowRepeats = 0;
     int32_t rowRepeat = 0;
     int32_t extraTicks = 0;  // S3M S6x: ticks added to each repeat of the row
+    int32_t tempoSlide = 0;  // S3M T0x / T1x: added to the tempo on each tick but the first
 
     // Where the row's effects send the song next; -1 where they do not.
     int32_t jumpOrder = -1;
