@@ -77,13 +77,24 @@ struct XmChannelState {
     uint8_t rowInstrument = 0;
 };
 
-// S3M: the effect state ST3 keeps per channel beyond the memories above.
+// S3M: the effect state kept per channel beyond the memories above.
 struct S3mEffectState {
-    uint8_t lastParameter = 0;   // every effect's last nonzero parameter: D, E, F, I, J, K, L, Q, R, S read 00 as it
+    // ST3: every effect's last nonzero parameter; D, E, F, I, J, K, L, Q, R
+    // and S read 00 as it.
+    uint8_t lastParameter = 0;
+    // Impulse Tracker keeps a memory per effect instead (R keeps its speed
+    // and depth in the oscillator, as H does).
+    uint8_t volumeSlide = 0;     // D, K, L
+    uint8_t portamento = 0;      // E, F
+    uint8_t tremor = 0;          // I
+    uint8_t arpeggio = 0;        // J
+    uint8_t retrigger = 0;       // Q
+    uint8_t extended = 0;        // S
+    // Both.
     uint8_t tempo = 0;           // Txx: the last T parameter (T00 repeats it)
     uint8_t globalVolumeSlide = 0;  // Wxy
     uint8_t tremorTicks = 0;     // Ixy: where in the on-off cycle the channel is
-    int32_t retriggerTicks = 0;  // Qxy: ticks of Q since the last note
+    int32_t retriggerTicks = 0;  // Qxy: ST3 counts ticks of Q since the note, Impulse Tracker counts down
     int32_t panningOffset = 0;   // Yxy: this tick's panbrello change to the panning
 };
 

@@ -5,7 +5,8 @@
 // S3mEffects.cpp; they share the effects that move or time the song
 // (startFlowEffect) and the building blocks at the end of this file.
 //
-// Units: periods move 4 units per ProTracker slide step (Periods.h);
+// Units: periods move 4 units per ProTracker slide step (Periods.h; S3M's
+// stepUnits() are finer);
 // volumes are 0..64; oscillators give -32..32, scaled here so that depth 15
 // reaches ProTracker's extremes (vibrato +-30 Amiga periods, tremolo +-59).
 #include <algorithm>
@@ -281,7 +282,7 @@ void Sequencer::tonePortamento(Channel& channel) {
     int32_t target = channel.portamentoTarget;
     if (target <= 0 || channel.period <= 0)
         return;
-    int32_t speed = channel.memory.tonePortamento * 4;
+    int32_t speed = channel.memory.tonePortamento * periods.stepUnits();
     if (channel.period < target)
         channel.period = std::min(channel.period + speed, target);
     else

@@ -1,4 +1,5 @@
-// Module: the empty state every load starts from.
+// Module: the empty state every load starts from, and what the tracker name
+// tells the player.
 #include "modplayer/Module.h"
 
 namespace mod {
@@ -24,6 +25,10 @@ void Module::reset() {
     restartPosition = 0;
     fastVolumeSlides = 0;
     substitutePattern = -1;
+}
+
+bool Module::isImpulseTrackerS3m() const {
+    return formatType == FormatS3m && trackerName.startsWith("Impulse Tracker");
 }
 
 }  // namespace mod

@@ -50,6 +50,9 @@ public:
     void scanSubsongs();
     // Modes 4 and 6 read order 255 as the song's end and 254 as a skip.
     bool honoursOrderMarkers() const { return playbackMode == 4 || playbackMode == 6; }
+    // An S3M saved by Impulse Tracker (as its tracker name says): players
+    // give it that tracker's pitch, effect memories and retrigger.
+    bool isImpulseTrackerS3m() const;
 
     int32_t formatType = FormatNone;
     int32_t playbackMode = 1;

@@ -86,7 +86,8 @@ void Sequencer::startNote(Channel& channel, const PatternCell& cell) {
     channel.vibrato.noteStarted();
     channel.tremolo.noteStarted();
     channel.panbrello.noteStarted();
-    channel.s3m.retriggerTicks = 0;
+    if (!impulseTrackerS3m)
+        channel.s3m.retriggerTicks = 0;  // ST3 counts Qxy's ticks from the note
     channel.noteOnRow = true;
     triggerSample(channel, 0);
 }

@@ -2,6 +2,7 @@
 #include "modplayer/Periods.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "modplayer/PlayerTables.h"
 
@@ -16,9 +17,13 @@ constexpr uint32_t c4Clock = 8363 * 1712;
 constexpr int32_t middleC4Speed = 8363;
 
 // ST3's pitch range: slides stop at the longest period, and a pitch above
-// the shortest plays at the shortest.
-constexpr int32_t st3Shortest = 64;
-constexpr int32_t st3Longest = 32767;
+// the shortest plays at the shortest. Impulse Tracker keeps the pitch in
+// hertz and has no such range: periods run from 1 to that of 1 Hz.
+constexpr int32_t st3Fraction = Periods::st3Fraction;
+constexpr int32_t st3Shortest = 64 * st3Fraction;
+constexpr int32_t st3Longest = 32767 * st3Fraction;
+constexpr int32_t hertzShortest = 1;
+constexpr int32_t hertzLongest = int32_t(c4Clock) * st3Fraction;
 
 // ProTracker's slide limits (B-3 and C-1), in quarter periods. They apply
 // when every note of a module lies within its three octaves (notes 36..71).
@@ -61,8 +66,13 @@ Periods Periods::forModule(const Module& module) {
     }
     periods.system = module.formatType == FormatS3m ? St3 : Amiga;
     periods.clock = module.formatType == FormatMod ? palClock : c4Clock;
-    periods.lowest = periods.system == St3 ? st3Shortest : amigaPeriods[noteCount - 1];
-    periods.highest = periods.system == St3 ? st3Longest : amigaPeriods[0];
+    periods.lowest = amigaPeriods[noteCount - 1];
+    periods.highest = amigaPeriods[0];
+    if (periods.system == St3) {
+        periods.equalTempered = module.isImpulseTrackerS3m();
+        periods.lowest = periods.equalTempered ? hertzShortest : st3Shortest;
+        periods.highest = periods.equalTempered ? hertzLongest : st3Longest;
+    }
     if (module.formatType == FormatMod && notesWithinProTrackerRange(module)) {
         periods.lowest = proTrackerLowest;
         periods.highest = proTrackerHighest;
@@ -77,11 +87,7 @@ int32_t Periods::notePeriod(int32_t note, int32_t finetune, int32_t c4Speed) con
     case Linear:
         return std::max(int32_t(linearPeriods[note]) - finetune / 2, 1);
     case St3:
-        // ST3 scales its octave-0 period to the note's octave and C4 speed
-        // in one step, keeping the bits that a table of rounded periods for
-        // the higher octaves would lose.
-        return int32_t(int64_t(amigaPeriods[note % 12]) * middleC4Speed /
-                       (int64_t(validC4Speed(c4Speed)) << (note / 12)));
+        return st3NotePeriod(note, validC4Speed(c4Speed));
     case Amiga:
         break;
     }
@@ -93,9 +99,10 @@ int32_t Periods::noteAtOrAbove(int32_t period, int32_t finetune, int32_t c4Speed
     switch (system) {
     case Linear:
         return noteOfTablePeriod(linearPeriodsSorted, int64_t(period) + finetune / 2);
-    case St3:
-        return noteOfTablePeriod(amigaPeriodsSorted,
-                                 (int64_t(period) * validC4Speed(c4Speed) + middleC4Speed / 2) / middleC4Speed);
+    case St3: {
+        int64_t scale = int64_t(middleC4Speed) * st3Fraction;
+        return noteOfTablePeriod(amigaPeriodsSorted, (int64_t(period) * validC4Speed(c4Speed) + scale / 2) / scale);
+    }
     case Amiga:
         break;
     }
@@ -113,8 +120,22 @@ uint64_t Periods::frequency(int32_t period) const {
         return (uint64_t(linearFrequency[period - 768 * octaves]) << 16) >> octaves;
     }
     if (system == St3)
-        period = clamp(period);
+        return (uint64_t(clock) * st3Fraction << 16) / uint32_t(clamp(period));
     return (uint64_t(clock) << 16) / uint32_t(period);
+}
+
+// ST3 scales its octave-0 period to the note's octave and C4 speed in one
+// step, keeping the bits that a table of rounded periods for the higher
+// octaves would lose. Impulse Tracker plays the note at C4 speed times a
+// power of 2 in whole hertz; the period is the nearest to that pitch.
+int32_t Periods::st3NotePeriod(int32_t note, int32_t c4Speed) const {
+    if (!equalTempered)
+        return int32_t(int64_t(amigaPeriods[note % 12]) * middleC4Speed / (int64_t(c4Speed) << (note / 12))) *
+               st3Fraction;
+    double hertz = std::floor(c4Speed * std::exp2((note - 48) / 12.0));
+    if (hertz < 1)
+        return 0;
+    return int32_t(std::min(double(c4Clock) * st3Fraction / hertz + 0.5, double(hertzLongest)));
 }
 
 int32_t Periods::clamp(int32_t period) const { return std::clamp(period, lowest, highest); }

@@ -36,7 +36,7 @@ namespace {
 constexpr uint8_t high(uint8_t parameter) { return parameter >> 4; }
 constexpr uint8_t low(uint8_t parameter) { return parameter & 0x0F; }
 
-// Effects that read a 00 parameter from the shared memory slot.
+// ST3's effects that read a 00 parameter from the shared memory slot.
 bool readsSharedMemory(uint8_t effect) {
     switch (effect) {
     case EffectS3mVolumeSlide:
@@ -53,6 +53,44 @@ bool readsSharedMemory(uint8_t effect) {
     default:
         return false;
     }
+}
+
+// The memory a 00 parameter of `effect` reads; null where it has none.
+uint8_t* memorySlot(S3mEffectState& state, uint8_t effect, bool impulseRules) {
+    if (!impulseRules)
+        return readsSharedMemory(effect) ? &state.lastParameter : nullptr;
+    switch (effect) {
+    case EffectS3mVolumeSlide:
+    case EffectS3mVibratoVolumeSlide:
+    case EffectS3mTonePortamentoVolumeSlide:
+        return &state.volumeSlide;
+    case EffectS3mPortamentoDown:
+    case EffectS3mPortamentoUp:
+        return &state.portamento;
+    case EffectTremor:
+        return &state.tremor;
+    case EffectS3mArpeggio:
+        return &state.arpeggio;
+    case EffectMultiRetrigger:
+        return &state.retrigger;
+    case EffectS3mExtended:
+        return &state.extended;
+    default:
+        return nullptr;
+    }
+}
+
+// The parameter an effect plays with: 00 reads its memory; any other value
+// fills it, and by ST3's rules the one slot that every effect fills.
+uint8_t resolvedParameter(S3mEffectState& state, uint8_t effect, uint8_t parameter, bool impulseRules) {
+    uint8_t* slot = memorySlot(state, effect, impulseRules);
+    if (parameter == 0)
+        return slot ? *slot : 0;
+    if (slot)
+        *slot = parameter;
+    if (!impulseRules && effect != 0)
+        state.lastParameter = parameter;
+    return parameter;
 }
 
 // Dxy (and Wxy) on one tick: DxF and DFx (x > 0) slide x up or down on the
@@ -72,11 +110,12 @@ int32_t volumeSlideStep(uint8_t parameter, bool firstTick, bool slidesOnFirstTic
 // Exx / Fxx on one tick, in period units: EFx slides x steps and EEx x
 // quarter steps on the first tick only; otherwise xx steps on each later tick.
 int32_t portamentoStep(uint8_t parameter, bool firstTick) {
+    constexpr int32_t quarterStep = Periods::st3Fraction;
     if (high(parameter) == 0xF)
-        return firstTick ? 4 * low(parameter) : 0;
+        return firstTick ? 4 * quarterStep * low(parameter) : 0;
     if (high(parameter) == 0xE)
-        return firstTick ? low(parameter) : 0;
-    return firstTick ? 0 : 4 * parameter;
+        return firstTick ? quarterStep * low(parameter) : 0;
+    return firstTick ? 0 : 4 * quarterStep * parameter;
 }
 
 // H counts its depth in steps of 4 period units, U in single units; the
@@ -88,19 +127,39 @@ void setVibrato(Oscillator& vibrato, uint8_t parameter, int32_t unitsPerStep) {
         vibrato.depth = uint8_t(low(parameter) * unitsPerStep);
 }
 
-// Depth 15 (in steps) reaches 30 Amiga periods either way, as in ProTracker.
+// S3x, S4x, S5x: the waveform from the low two bits; a new note always
+// restarts the wave (the trackers know no bit to keep it going).
+void setWaveform(Oscillator& oscillator, uint8_t value) { oscillator.setWaveform(value & 3); }
+
+// The wave as ST3 plays it: its ramp falls through the cycle, the other way
+// from ProTracker's.
+int32_t waveValue(const Oscillator& oscillator) {
+    return oscillator.waveform == Oscillator::RampDown ? -oscillator.value() : oscillator.value();
+}
+
+// Depth 15 (in steps) reaches 30 Amiga periods either way, as in ProTracker;
+// ST3 works the offset out in quarter periods.
 void vibrateS3m(Channel& channel, bool firstTick) {
-    channel.vibratoOffset = channel.vibrato.value() * channel.vibrato.depth * 255 / 4096;
+    channel.vibratoOffset = waveValue(channel.vibrato) * channel.vibrato.depth * 255 / 4096 * Periods::st3Fraction;
     if (!firstTick)
         channel.vibrato.advance();
 }
 
+// Rxy: ST3 takes speed and depth from the parameter whole (from the shared
+// memory for R00); Impulse Tracker keeps each nibble until one replaces it.
+void setTremolo(Oscillator& tremolo, uint8_t parameter, bool impulseRules) {
+    if (!impulseRules || high(parameter))
+        tremolo.speed = high(parameter);
+    if (!impulseRules || low(parameter))
+        tremolo.depth = low(parameter);
+}
+
 // ST3's tremolo is half as deep as ProTracker's: depth 15 moves the volume
-// by 30 at most.
-void tremoloS3m(Channel& channel, uint8_t parameter, bool firstTick) {
-    channel.tremolo.speed = high(parameter);
-    channel.tremolo.depth = low(parameter);
-    channel.volumeOffset = channel.tremolo.value() * channel.tremolo.depth * 255 / 4096;
+// by 30 at most. Rounded to the nearest step either way: the players work
+// in quarter steps of volume.
+void tremoloS3m(Channel& channel, bool firstTick) {
+    int32_t change = waveValue(channel.tremolo) * channel.tremolo.depth * 255;
+    channel.volumeOffset = (change + (change < 0 ? -2048 : 2048)) / 4096;
     if (!firstTick)
         channel.tremolo.advance();
 }
@@ -128,7 +187,7 @@ int32_t retriggeredVolume(int32_t volume, uint8_t change) {
 // cycle on every tick.
 void applyPanbrello(Channel& channel) {
     Oscillator& panbrello = channel.panbrello;
-    channel.s3m.panningOffset = panbrello.value() * panbrello.depth / 4;
+    channel.s3m.panningOffset = waveValue(panbrello) * panbrello.depth / 4;
     panbrello.position = uint8_t(panbrello.position + panbrello.speed);
 }
 
@@ -149,10 +208,7 @@ int32_t Sequencer::slidTempo(int32_t tempo, int32_t slide) {
 // and in duration scans alike, so it also keeps the shared memory slot.
 bool Sequencer::startS3mFlowEffect(Channel& channel, uint8_t effect, uint8_t parameter) {
     S3mEffectState& state = channel.s3m;
-    if (parameter == 0 && readsSharedMemory(effect))
-        parameter = state.lastParameter;
-    else if (parameter && effect != 0)
-        state.lastParameter = parameter;
+    parameter = resolvedParameter(state, effect, parameter, impulseTrackerS3m);
     bool firstPass = rowRepeat == 0;
     switch (effect) {
     case EffectS3mSetSpeed:
@@ -209,8 +265,7 @@ bool Sequencer::startS3mFlowExtended(uint8_t command, uint8_t value) {
 
 void Sequencer::startS3mEffect(Channel& channel) {
     channel.s3m.panningOffset = 0;
-    if (channel.parameter == 0 && readsSharedMemory(channel.effect))
-        channel.parameter = channel.s3m.lastParameter;
+    channel.parameter = resolvedParameter(channel.s3m, channel.effect, channel.parameter, impulseTrackerS3m);
     uint8_t parameter = channel.parameter;
     if (startFlowEffect(channel, channel.effect, parameter))
         return;
@@ -252,7 +307,8 @@ void Sequencer::startS3mEffect(Channel& channel) {
         retriggerS3mNote(channel);
         break;
     case EffectTremolo:
-        tremoloS3m(channel, parameter, true);
+        setTremolo(channel.tremolo, parameter, impulseTrackerS3m);
+        tremoloS3m(channel, true);
         break;
     case EffectS3mExtended:
         startS3mExtended(channel, high(parameter), low(parameter));
@@ -295,13 +351,13 @@ void Sequencer::startS3mExtended(Channel& channel, uint8_t command, uint8_t valu
             channel.period = channel.tickPeriod = periods.notePeriod(channel.note, 0, channel.c4Speed);
         break;
     case S3mExtendedVibratoWaveform:
-        channel.vibrato.setWaveform(value);
+        setWaveform(channel.vibrato, value);
         break;
     case S3mExtendedTremoloWaveform:
-        channel.tremolo.setWaveform(value);
+        setWaveform(channel.tremolo, value);
         break;
     case S3mExtendedPanbrelloWaveform:
-        channel.panbrello.setWaveform(value);
+        setWaveform(channel.panbrello, value);
         break;
     case S3mExtendedSetPanning:
         channel.panning = uint8_t(value * 17);
@@ -351,7 +407,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         retriggerS3mNote(channel);
         break;
     case EffectTremolo:
-        tremoloS3m(channel, parameter, false);
+        tremoloS3m(channel, false);
         break;
     case EffectS3mExtended:
         if (high(parameter) == S3mExtendedNoteCut && tickInRow == low(parameter))
@@ -378,16 +434,27 @@ void Sequencer::slideS3mPeriod(Channel& channel, int32_t delta) {
         cutNote(channel);
 }
 
-// Qxy: every y ticks (y = 0 as 1) of Q since the channel's last note, the
-// sample starts again and the volume changes by x.
+// Qxy: the sample starts again every y ticks and the volume changes by x.
+// ST3 counts the ticks of Q since the channel's last note and retriggers on
+// each multiple of y (y = 0 as 1); Impulse Tracker counts y ticks down from
+// the last retrigger, or from a note beside the Q.
 void Sequencer::retriggerS3mNote(Channel& channel) {
-    int32_t every = std::max<int32_t>(low(channel.parameter), 1);
+    int32_t every = low(channel.parameter);
     int32_t& ticks = channel.s3m.retriggerTicks;
-    if (ticks > 0 && ticks % every == 0 && channel.playing) {
+    bool retrigger = false;
+    if (!impulseTrackerS3m) {
+        retrigger = ticks > 0 && ticks % std::max(every, 1) == 0;
+        ++ticks;
+    } else if (tickInRow == 0 && channel.noteOnRow) {
+        ticks = every;
+    } else if (ticks == 0 || --ticks == 0) {
+        retrigger = true;
+        ticks = every;
+    }
+    if (retrigger && channel.playing) {
         triggerSample(channel, 0);
         channel.volume = retriggeredVolume(channel.volume, high(channel.parameter));
     }
-    ++ticks;
 }
 
 }  // namespace mod

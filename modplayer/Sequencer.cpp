@@ -45,6 +45,7 @@ bool Sequencer::start(const Module& song, int32_t subsong) {
     for (int32_t i = 0; i < channels.count(); ++i)
         channels[i].panning = i < song.channelPanning.count() ? song.channelPanning[i] : 128;
     periods = Periods::forModule(song);
+    impulseTrackerS3m = song.isImpulseTrackerS3m();
     ticksPerRow = song.initialSpeed ? song.initialSpeed : 6;
     beatsPerMinute = song.initialTempo ? song.initialTempo : 125;
     globalLevel = (song.globalVolume * 64 + 127) / 255;

@@ -214,6 +214,7 @@ private:
     int32_t xmNextPatternRow = 0;
 
     int32_t loopedRows = 0;
+    bool impulseTrackerS3m = false;  // S3M effects by Impulse Tracker's rules (S3mEffects.cpp)
     bool looping = false;
     bool songEnded = true;
 };
