@@ -26,6 +26,7 @@ struct ChannelOutput {
     bool stop = false;               // silence the voice (note cut, empty sample)
     bool swap = false;               // at its loop end the voice goes on with `sample`'s loop
                                      // (null: it stops there), as Paula does in MOD
+    bool switchNow = false;          // the voice goes on at once with `sample`, from where it is
     const SampleData* sample = nullptr;
     uint32_t startFrame = 0;
     uint64_t frequency = 0;          // Hz with 16 fractional bits; 0 = silent

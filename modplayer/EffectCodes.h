@@ -58,7 +58,7 @@ enum Effect : uint8_t {
     EffectS3mVibratoVolumeSlide = 0x35, // Kxy: H00 and Dxy
     EffectS3mTonePortamentoVolumeSlide = 0x36,  // Lxy: G00 and Dxy
     EffectS3mExtended = 0x37,           // Sxy: sub-command x, below
-    EffectS3mSetTempo = 0x38,           // Txx: beats per minute, 0x20..0xFF
+    EffectS3mSetTempo = 0x38,           // Txx: beats per minute, 0x20..0xFF; T0x / T1x slide x a tick; T00 repeats
     EffectS3mFineVibrato = 0x39,        // Uxy: vibrato with a quarter of H's depth
     EffectS3mGlobalVolumeSlide = 0x3A,  // Wxy: as Dxy on the global volume
     EffectS3mSetPanning = 0x3B,         // Xxx: 00 left .. 80 right, A4 surround
@@ -95,7 +95,7 @@ enum S3mExtendedEffect : uint8_t {
     S3mExtendedPanbrelloWaveform = 0x5,  // S5x
     S3mExtendedFinePatternDelay = 0x6,   // S6x: x extra ticks for this row
     S3mExtendedSetPanning = 0x8,       // S8x: x * 17
-    S3mExtendedStereoControl = 0xA,    // SAx: old panning, x * 17 with the halves swapped
+    S3mExtendedStereoControl = 0xA,    // SAx: stereo control (ignored, as the players do)
     S3mExtendedPatternLoop = 0xB,      // SB0 marks, SBx repeats x times
     S3mExtendedNoteCut = 0xC,          // SCx
     S3mExtendedNoteDelay = 0xD,        // SDx

@@ -82,6 +82,8 @@ void ModulePlayer::State::steerVoice(const ChannelOutput& output, Voice& voice, 
         voice.hasQueued = true;
         voice.queued = output.sample;
     }
+    if (output.switchNow && output.sample)
+        voice.switchTo(*output.sample);
     voice.step = (output.frequency << 16) / settings.sampleRate;
     int32_t level = int32_t((int64_t(gain) * output.volume) >> 16);
     if (settings.channels == 1)

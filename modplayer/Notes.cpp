@@ -34,6 +34,8 @@ void Sequencer::playCell(Channel& channel, const PatternCell& cell) {
         startNote(channel, cell);
     if (cell.instrument && !channel.output.trigger && isMod())
         swapSample(channel);
+    else if (cell.instrument && !channel.output.trigger && impulseTrackerS3m)
+        switchSample(channel);
     startVolumeColumn(channel);
 }
 
@@ -114,6 +116,19 @@ void Sequencer::swapSample(Channel& channel) {
     channel.sample = next;
     channel.output.swap = true;
     channel.output.sample = next && next->data && next->data->isLooped() ? next->data.get() : nullptr;
+}
+
+// Impulse Tracker's S3M: an instrument number that starts no note changes
+// the sample under the playing note at once, which goes on from where it is.
+void Sequencer::switchSample(Channel& channel) {
+    const ModuleSample* next = channel.instrument ? sampleFor(*channel.instrument, 0) : nullptr;
+    if (!channel.playing || next == channel.sample)
+        return;
+    channel.sample = next;
+    if (!next || !next->data || next->data->length == 0)
+        return cutNote(channel);
+    channel.output.switchNow = true;
+    channel.output.sample = next->data.get();
 }
 
 // A start beyond the playable frames: ProTracker (and ST3) play a looped

@@ -14,16 +14,22 @@
 //     from ST3 3.00, or the header flag) D slides on the first tick too, and
 //     so do D0F and DF0 always.
 //   - Vibrato, tremolo and tremor act on the first tick too; the first tick
-//     shows the wave where it stands, the later ones move it on.
+//     shows the wave where it stands, the later ones move it on. Tremolo is
+//     half as deep as ProTracker's; the ramp waveform falls.
 //   - Retrigger counts the ticks of Q since the channel's last note; tremor
 //     counts through its on-off cycle across rows.
 //   - A slide that takes the period to 0 cuts the note; periods above 32767
-//     stop there.
-//   - One pattern loop for the whole song; the first nonzero SEx of a row
-//     sets its pattern delay; SD0 never plays its cell; SC0 does nothing.
-// Impulse Tracker's additions, which players honour in S3M files of every
-// tracker: T0x / T1x tempo slides, S6x fine pattern delay, W global volume
-// slides, Y panbrello, XA4 surround (played in the centre).
+//     stop there, and pitches above period 64 play at 64.
+//   - One pattern loop for the whole song, the next one starting after a
+//     finished loop; the first nonzero SEx of a row sets its pattern delay;
+//     SD0 never plays its cell; SC0 does nothing; SAx is ignored.
+// Impulse Tracker's additions, which the players honour in S3M files from
+// every tracker: T0x / T1x tempo slides (T00 repeats), S6x fine pattern
+// delay, W global volume slides, Y panbrello, XA4 surround (played in the
+// centre). S3M files saved by Impulse Tracker itself play by its rules, as
+// the players do (Module::isImpulseTrackerS3m): notes in whole hertz
+// (Periods), a memory per effect (D with K and L, E with F, then I, J, Q, S
+// each alone; R per nibble), and a retrigger that counts down.
 #include <algorithm>
 
 #include "modplayer/EffectCodes.h"

@@ -340,6 +340,15 @@ int32_t entryFieldBytes(uint8_t what) {
     return (what & s3mEntryHasNote ? 2 : 0) + (what & s3mEntryHasVolume ? 1 : 0) + (what & s3mEntryHasEffect ? 2 : 0);
 }
 
+// The volume column: 0..64 sets the volume (more is 64); 128..192 is the
+// extension that sets the panning (0..64 across), kept here to a nibble.
+uint8_t volumeCommand(uint8_t stored) {
+    constexpr uint8_t panningBase = 128, panningTop = 192;
+    if (stored >= panningBase && stored <= panningTop)
+        return uint8_t(volumeSetPanning | (stored - panningBase) * 15 / 64);
+    return uint8_t(volumeSetBase + std::min<uint8_t>(stored, 64));
+}
+
 // Fills the fields an entry carries. A row may name a channel twice (junk
 // read past a short length word does): the later entry's fields win, the
 // others stay, as the players read it.
@@ -350,7 +359,7 @@ void decodeEntry(uint8_t what, const uint8_t* fields, PatternCell& cell) {
         fields += 2;
     }
     if (what & s3mEntryHasVolume)
-        cell.volume = uint8_t(volumeSetBase + std::min<uint8_t>(*fields++, 64));
+        cell.volume = volumeCommand(*fields++);
     if (what & s3mEntryHasEffect) {
         uint8_t effect = fields[0] < sizeof effectForCommand ? effectForCommand[fields[0]] : notAnS3mEffect;
         bool known = effect != notAnS3mEffect;

@@ -65,7 +65,7 @@ bool Sequencer::playTick() {
     if (songEnded)
         return false;
     for (Channel& channel : channels)
-        channel.output.trigger = channel.output.stop = channel.output.swap = false;
+        channel.output.trigger = channel.output.stop = channel.output.swap = channel.output.switchNow = false;
     if (tickInRow == 0 && rowRepeat == 0)
         readRow(false);
     else if (tickInRow == 0 && !isXm())

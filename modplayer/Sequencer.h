@@ -116,6 +116,7 @@ private:
     const ModuleSample* sampleFor(const ModuleInstrument& instrument, int32_t note) const;
     void triggerSample(Channel& channel, uint32_t frame);
     void swapSample(Channel& channel);
+    void switchSample(Channel& channel);
     void startAtOffset(Channel& channel, uint32_t frame);
     void cutNote(Channel& channel);
     void keyOff(Channel& channel);

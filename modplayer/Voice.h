@@ -50,6 +50,14 @@ struct Voice {
         return active;
     }
 
+    // Goes on with `data` from where it stands (a sample changed under a
+    // playing note); the mixer wraps or stops a position past its end.
+    void switchTo(const SampleData& data) {
+        uint64_t at = position;
+        if (start(data, 0))
+            position = at;
+    }
+
     // At the end of the sample or loop: on into the queued sample's loop,
     // carrying the overshoot. False (and inactive) when there is none.
     bool startQueued() {

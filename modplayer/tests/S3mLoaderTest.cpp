@@ -174,7 +174,7 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     builder.instruments = {looped, stereo, adlib, message};
     Bytes packed = rows({{entry(0, 0x40, 1, 32, 1, 3), entry(1, 254, 0), entry(2, 0x40, 1), entry(3, -1, 0, -1, 3, 0),
                           entry(5, 0x50, 2, 70, 13, 5), entry(7, 0x40, 1)},
-                         {entry(1, 0x9B, 0, -1, 7, 0), entry(4, 0x30, 3), entry(4, -1, 0, 20)},
+                         {entry(1, 0x9B, 0, 160, 7, 0), entry(4, 0x30, 3), entry(4, -1, 0, 20)},
                          {entry(0, 0x0C, 0, 0, 27, 9), entry(5, 0x40, 2)}});
     builder.patterns = {{}, packed};
     // The length word ends inside the last entry: the rows are read to their end all the same.
@@ -215,7 +215,7 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     EXPECT_EQ(cell(0, 2), std::tuple(255, 0, 0, 0, 0)) << "unused channel";
     EXPECT_EQ(cell(0, 3), std::tuple(255, 0, 0, 0, 0)) << "disabled channel: its break never happens";
     EXPECT_EQ(cell(0, 5), std::tuple(60, 2, volumeSetBase + 64, 0, 0)) << "M is not an S3M effect";
-    EXPECT_EQ(cell(1, 1), std::tuple(119, 0, 0, int(EffectTonePortamento), 0));
+    EXPECT_EQ(cell(1, 1), std::tuple(119, 0, volumeSetPanning | 7, int(EffectTonePortamento), 0)) << "panning 32";
     EXPECT_EQ(cell(1, 4), std::tuple(36, 3, volumeSetBase + 20, 0, 0)) << "AdLib channel, named twice";
     EXPECT_EQ(cell(2, 0), std::tuple(255, 0, volumeSetBase, 0, 0)) << "semitone 12 and command 27";
     EXPECT_EQ(cell(2, 5), std::tuple(48, 2, 0, 0, 0)) << "entry beyond the length word";

@@ -30,8 +30,8 @@ int32_t observe(const Channel& channel, Observed what) {
         return channel.output.trigger;
     case StartFrame:
         return channel.output.trigger ? int32_t(channel.output.startFrame) : -1;
-    case Swap:
-        return channel.output.swap;
+    case Swap:  // 1: at the loop's end; 2: at once
+        return channel.output.swap ? 1 : channel.output.switchNow ? 2 : 0;
     }
     return 0;
 }
@@ -57,6 +57,11 @@ int32_t amiga(int32_t note) {
     buildPlayerTables();
     return amigaPeriods[note];
 }
+
+// S3M periods count sixteenths of a quarter period: C-4 at 8363 Hz is 1712 * 16.
+constexpr int32_t st3C4 = 1712 * 16;
+
+void impulseTrackerRules(SongBuilder& b) { b.module.trackerName = "Impulse Tracker 2.14"; }
 
 }  // namespace
 
@@ -194,6 +199,102 @@ TEST(Sequencer, EffectsTickByTick) {
              b.note(0, 1, 0, noNote, 2);
          },
          1, Swap, {0, 0, 0, 0, 0, 0}},
+        {"ST3: an instrument alone keeps the sample", FormatS3m,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1);
+             b.note(0, 1, 0, noNote, 2);
+         },
+         1, Swap, {0, 0, 0, 0, 0, 0}},
+        {"Impulse Tracker's S3M: an instrument alone switches the sample at once", FormatS3m,
+         [](SongBuilder& b) {
+             impulseTrackerRules(b);
+             b.note(0, 0, 0, c4, 1);
+             b.note(0, 1, 0, noNote, 2);
+         },
+         1, Swap, {2, 0, 0, 0, 0, 0}},
+        {"S3M D04 slides after the first tick", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x04); }, 0, Volume,
+         {32, 28, 24, 20, 16, 12}},
+        {"S3M fast volume slides act on the first tick too", FormatS3m,
+         [](SongBuilder& b) {
+             b.module.fastVolumeSlides = 1;
+             b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x04);
+         },
+         0, Volume, {28, 24, 20, 16, 12, 8}},
+        {"S3M D0F slides on every tick", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x0F); }, 0, Volume, {17, 2, 0, 0, 0, 0}},
+        {"S3M DF4 slides down once", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0xF4); }, 0, Volume,
+         {28, 28, 28, 28, 28, 28}},
+        {"S3M D4F slides up once", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x4F); }, 0, Volume,
+         {36, 36, 36, 36, 36, 36}},
+        {"S3M EF2: fine portamento down once", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0xF2); }, 0, Period,
+         {st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128}},
+        {"S3M EE2: extra-fine portamento, a quarter of a step", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0xE2); }, 0, Period,
+         {st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32}},
+        {"S3M F02 after the first tick", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoUp, 0x02); }, 0, Period,
+         {st3C4, st3C4 - 128, st3C4 - 256, st3C4 - 384, st3C4 - 512, st3C4 - 640}},
+        {"S3M portamento to period 0 cuts the note", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, 84, 1, EffectS3mPortamentoUp, 0x7F); }, 0, Volume, {32, 0, 0, 0, 0, 0}},
+        {"ST3's shared memory: D00 takes the last parameter of any effect", FormatS3m,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0x40);
+             b.effect(0, 1, 0, EffectS3mVolumeSlide, 0x00);
+         },
+         1, Volume, {32, 36, 40, 44, 48, 52}},
+        {"Impulse Tracker's S3M: D00 takes D's own memory", FormatS3m,
+         [](SongBuilder& b) {
+             impulseTrackerRules(b);
+             b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0x40);
+             b.effect(0, 1, 0, EffectS3mVolumeSlide, 0x00);
+         },
+         1, Volume, {32, 32, 32, 32, 32, 32}},
+        {"Impulse Tracker's S3M: notes in whole hertz (G-3 at 11200 Hz: 8390 Hz)", FormatS3m,
+         [](SongBuilder& b) {
+             impulseTrackerRules(b);
+             b.sample(64, 255, 0, 0, 0, {}, 11200);
+             b.note(0, 0, 0, 43, 3);
+         },
+         0, Period, {27304, 27304, 27304, 27304, 27304, 27304}},
+        {"ST3 period of G-3 at 11200 Hz", FormatS3m,
+         [](SongBuilder& b) {
+             b.sample(64, 255, 0, 0, 0, {}, 11200);
+             b.note(0, 0, 0, 43, 3);
+         },
+         0, Period, {27232, 27232, 27232, 27232, 27232, 27232}},
+        {"S3M vibrato shows where it stands on the first tick", FormatS3m,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1, EffectVibrato, 0x48);
+             b.effect(0, 1, 0, EffectVibrato, 0x00);
+         },
+         1, Period, {st3C4 + 944, st3C4 + 944, st3C4 + 720, st3C4 + 368, st3C4, st3C4 - 368}},
+        {"S3M tremor I21: on 3 ticks, off 2", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectTremor, 0x21); }, 0, Volume, {32, 32, 32, 0, 0, 32}},
+        {"S3M retrigger Q61: every tick, volume times 5/8", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectMultiRetrigger, 0x61); }, 0, Volume,
+         {32, 20, 12, 7, 4, 2}},
+        {"ST3 retrigger counts the ticks of Q since the note", FormatS3m,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1);
+             b.effect(0, 1, 0, EffectMultiRetrigger, 0x03);
+         },
+         1, Trigger, {0, 0, 0, 1, 0, 0}},
+        {"Impulse Tracker's retrigger counts down from its last one", FormatS3m,
+         [](SongBuilder& b) {
+             impulseTrackerRules(b);
+             b.note(0, 0, 0, c4, 1);
+             b.effect(0, 1, 0, EffectMultiRetrigger, 0x03);
+         },
+         1, Trigger, {1, 0, 0, 1, 0, 0}},
+        {"S3M SC0 cuts nothing", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0xC0); }, 0, Volume,
+         {32, 32, 32, 32, 32, 32}},
+        {"S3M SD0 never plays its cell", FormatS3m,
+         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0xD0); }, 0, Trigger, {0, 0, 0, 0, 0, 0}},
     };
     for (const auto& c : cases) {
         SongBuilder builder(c.format);
@@ -291,6 +392,20 @@ TEST(Sequencer, RowsAndOrdersUntilTheEnd) {
          run(0, 0, 15)},
         {"F00 ends an XM song after its row", [](SongBuilder& b) { b.effect(0, 1, 0, EffectSetSpeedTempo, 0); }, {0},
          run(0, 0, 1), FormatXm},
+        {"ST3: one pattern loop for all channels; the next starts after a finished one",
+         [](SongBuilder& b) {
+             b.effect(0, 1, 1, EffectS3mExtended, 0xB0);
+             b.effect(0, 2, 0, EffectS3mExtended, 0xB0);
+             b.effect(0, 3, 1, EffectS3mExtended, 0xB1);
+             b.effect(0, 4, 0, EffectS3mExtended, 0xB1);
+         },
+         {0}, run(0, 0, 3) + run(0, 2, 4) + run(0, 4, 15), FormatS3m},
+        {"S3M: the first channel's SEx sets the delay",
+         [](SongBuilder& b) {
+             b.effect(0, 1, 0, EffectS3mExtended, 0xE1);
+             b.effect(0, 1, 1, EffectS3mExtended, 0xE3);
+         },
+         {0}, run(0, 0, 1) + run(0, 1, 15), FormatS3m},
     };
     for (const auto& c : cases) {
         SongBuilder builder(c.format, 4, 1, 16);
