@@ -97,6 +97,10 @@ struct S3mEffectState {
     uint8_t tremorTicks = 0;     // Ixy: where in the on-off cycle the channel is
     int32_t retriggerTicks = 0;  // Qxy: ST3 counts ticks of Q since the note, Impulse Tracker counts down
     int32_t panningOffset = 0;   // Yxy: this tick's panbrello change to the panning
+    // Glissando: the period the tone portamento moves, and the semitone at
+    // or above it that plays (and stays once the slide ends).
+    int32_t glissandoPeriod = 0;
+    int32_t glissandoNote = 0;
 };
 
 struct Channel {

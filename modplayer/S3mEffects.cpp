@@ -389,7 +389,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         slideS3mPeriod(channel, -portamentoStep(parameter, false));
         break;
     case EffectTonePortamento:
-        tonePortamento(channel);
+        tonePortamentoS3m(channel);
         break;
     case EffectVibrato:
     case EffectS3mFineVibrato:
@@ -406,7 +406,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
         break;
     case EffectS3mTonePortamentoVolumeSlide:
-        tonePortamento(channel);
+        tonePortamentoS3m(channel);
         channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
         break;
     case EffectMultiRetrigger:
@@ -431,6 +431,20 @@ void Sequencer::tickS3mEffect(Channel& channel) {
 }
 
 // ---- Building blocks -----------------------------------------------------------
+
+// With glissando on, the slide moves a period of its own and the channel
+// keeps the semitone at or above it, after the slide as well.
+void Sequencer::tonePortamentoS3m(Channel& channel) {
+    S3mEffectState& state = channel.s3m;
+    if (!channel.glissando)
+        return tonePortamento(channel);
+    if (channel.period != state.glissandoNote || state.glissandoPeriod <= 0)
+        state.glissandoPeriod = channel.period;  // a slide from the pitch that plays
+    channel.period = state.glissandoPeriod;
+    tonePortamento(channel);
+    state.glissandoPeriod = channel.period;
+    channel.period = state.glissandoNote = channel.tickPeriod;
+}
 
 void Sequencer::slideS3mPeriod(Channel& channel, int32_t delta) {
     if (channel.period <= 0 || delta == 0)

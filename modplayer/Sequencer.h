@@ -145,6 +145,7 @@ private:
     bool startS3mFlowExtended(uint8_t command, uint8_t value);
     void startS3mExtended(Channel& channel, uint8_t command, uint8_t value);
     void slideS3mPeriod(Channel& channel, int32_t delta);
+    void tonePortamentoS3m(Channel& channel);
     void retriggerS3mNote(Channel& channel);
     static int32_t slidTempo(int32_t tempo, int32_t slide);
 

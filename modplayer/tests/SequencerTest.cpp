@@ -272,6 +272,12 @@ TEST(Sequencer, EffectsTickByTick) {
              b.effect(0, 1, 0, EffectVibrato, 0x00);
          },
          1, Period, {st3C4 + 944, st3C4 + 944, st3C4 + 720, st3C4 + 368, st3C4, st3C4 - 368}},
+        {"S3M glissando: the semitone reached stays after the slide", FormatS3m,
+         [](SongBuilder& b) {
+             b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0x11);
+             b.note(0, 1, 0, c4 + 4, 0, EffectTonePortamento, 0x03);
+         },
+         2, Period, {1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16}},
         {"S3M tremor I21: on 3 ticks, off 2", FormatS3m,
          [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectTremor, 0x21); }, 0, Volume, {32, 32, 32, 0, 0, 32}},
         {"S3M retrigger Q61: every tick, volume times 5/8", FormatS3m,
