@@ -99,10 +99,8 @@ int32_t Periods::noteAtOrAbove(int32_t period, int32_t finetune, int32_t c4Speed
     switch (system) {
     case Linear:
         return noteOfTablePeriod(linearPeriodsSorted, int64_t(period) + finetune / 2);
-    case St3: {
-        int64_t scale = int64_t(middleC4Speed) * st3Fraction;
-        return noteOfTablePeriod(amigaPeriodsSorted, (int64_t(period) * validC4Speed(c4Speed) + scale / 2) / scale);
-    }
+    case St3:
+        return st3NoteAtOrAbove(period, validC4Speed(c4Speed));
     case Amiga:
         break;
     }
@@ -128,14 +126,32 @@ uint64_t Periods::frequency(int32_t period) const {
 // step, keeping the bits that a table of rounded periods for the higher
 // octaves would lose. Impulse Tracker plays the note at C4 speed times a
 // power of 2 in whole hertz; the period is the nearest to that pitch.
+// Periods past the longest play as the longest (frequency()).
 int32_t Periods::st3NotePeriod(int32_t note, int32_t c4Speed) const {
-    if (!equalTempered)
-        return int32_t(int64_t(amigaPeriods[note % 12]) * middleC4Speed / (int64_t(c4Speed) << (note / 12))) *
-               st3Fraction;
+    if (!equalTempered) {
+        int64_t period = int64_t(amigaPeriods[note % 12]) * middleC4Speed / (int64_t(c4Speed) << (note / 12));
+        return int32_t(std::min<int64_t>(period * st3Fraction, highest));
+    }
     double hertz = std::floor(c4Speed * std::exp2((note - 48) / 12.0));
     if (hertz < 1)
         return 0;
-    return int32_t(std::min(double(c4Clock) * st3Fraction / hertz + 0.5, double(hertzLongest)));
+    return int32_t(std::min(double(c4Clock) * st3Fraction / hertz + 0.5, double(highest)));
+}
+
+// The table of ST3's rounded periods gives the note to a semitone; the
+// periods the notes really have settle it.
+int32_t Periods::st3NoteAtOrAbove(int32_t period, int32_t c4Speed) const {
+    int64_t scale = int64_t(middleC4Speed) * st3Fraction;
+    int32_t note = noteOfTablePeriod(amigaPeriodsSorted, (int64_t(period) * c4Speed + scale / 2) / scale);
+    auto atOrAbove = [&](int32_t n) {
+        int32_t notePeriod = st3NotePeriod(n, c4Speed);
+        return notePeriod > 0 && notePeriod <= period;
+    };
+    while (note > 0 && atOrAbove(note - 1))
+        --note;
+    while (note < noteCount - 1 && !atOrAbove(note))
+        ++note;
+    return note;
 }
 
 int32_t Periods::clamp(int32_t period) const { return std::clamp(period, lowest, highest); }

@@ -35,7 +35,7 @@ public:
     // linear) or at `c4Speed` Hz (ST3). 0 for notes the system cannot play.
     int32_t notePeriod(int32_t note, int32_t finetune, int32_t c4Speed) const;
 
-    // Highest note whose period is not below `period` (the note at or just
+    // Lowest note whose period is not above `period` (the note at or just
     // above the pitch), with the same finetune or C4 speed.
     int32_t noteAtOrAbove(int32_t period, int32_t finetune, int32_t c4Speed) const;
 
@@ -51,6 +51,7 @@ public:
 
 private:
     int32_t st3NotePeriod(int32_t note, int32_t c4Speed) const;
+    int32_t st3NoteAtOrAbove(int32_t period, int32_t c4Speed) const;
 
     Kind system = Amiga;
     bool equalTempered = false;  // S3M by Impulse Tracker: notes at C4 speed * 2^(semitones / 12) Hz

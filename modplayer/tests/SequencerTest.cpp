@@ -260,6 +260,13 @@ TEST(Sequencer, EffectsTickByTick) {
              b.note(0, 0, 0, 43, 3);
          },
          0, Period, {27304, 27304, 27304, 27304, 27304, 27304}},
+        {"Impulse Tracker's S3M: arpeggio on whole-hertz semitones (G-4, D-5 at 11200 Hz)", FormatS3m,
+         [](SongBuilder& b) {
+             impulseTrackerRules(b);
+             b.sample(64, 255, 0, 0, 64, {}, 11200);
+             b.note(0, 0, 0, 55, 3, EffectS3mArpeggio, 0x07);
+         },
+         0, Period, {13651, 13651, 9111, 13651, 13651, 9111}},
         {"ST3 period of G-3 at 11200 Hz", FormatS3m,
          [](SongBuilder& b) {
              b.sample(64, 255, 0, 0, 0, {}, 11200);
