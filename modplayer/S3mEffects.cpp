@@ -182,14 +182,16 @@ void applyTremor(Channel& channel, uint8_t parameter) {
     ++ticks;
 }
 
-// Qxy's volume change x on each retrigger.
+// Qxy's volume change x on each retrigger: 1..5 take 1, 2, 4, 8, 16 away,
+// 9..D add them; 6, 7, E, F multiply by 5/8 (the players' factor, where ST3's
+// documents give 2/3), 1/2, 3/2 and 2.
 int32_t retriggeredVolume(int32_t volume, uint8_t change) {
     static const int8_t added[16] = {0, -1, -2, -4, -8, -16, 0, 0, 0, 1, 2, 4, 8, 16, 0, 0};
     static const uint8_t sixteenths[16] = {16, 16, 16, 16, 16, 16, 10, 8, 16, 16, 16, 16, 16, 16, 24, 32};
     return std::clamp(volume * sixteenths[change] / 16 + added[change], 0, 64);
 }
 
-// Yxy: the panning swings by up to 4 * y either way, moving x 256ths of a
+// Yxy: the panning swings by up to 8 * y either way, moving x 256ths of a
 // cycle on every tick.
 void applyPanbrello(Channel& channel) {
     Oscillator& panbrello = channel.panbrello;

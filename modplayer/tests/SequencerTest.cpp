@@ -496,6 +496,26 @@ TEST(Sequencer, TicksLastRateTimesTwoAndAHalfOverTempo) {
     }
 }
 
+// T05 slows tempo 125 by 5 on each tick after the row's first; S62 adds two
+// ticks to the row; the frames played and the duration scan agree on it.
+TEST(Sequencer, S3mTempoSlideAndFinePatternDelay) {
+    SongBuilder builder(FormatS3m, 2, 1, 4);
+    builder.sample(64);
+    builder.module.initialSpeed = 4;
+    builder.effect(0, 1, 0, EffectS3mSetTempo, 0x05);
+    builder.effect(0, 1, 1, EffectS3mExtended, 0x62);
+    Module& module = builder.song();
+    int64_t slid = 0;
+    for (int32_t tempo = 125, tick = 0; tick < 6; ++tick, tempo -= 5)
+        slid += Sequencer::framesPerTick(44100, tick == 0 ? 125 : tempo);
+    int64_t expected = 4 * 882 + slid + 2 * 4 * Sequencer::framesPerTick(44100, 100);
+    EXPECT_NEAR(subsongDuration(module, 0), expected / 44100.0, 1e-9);
+    ModulePlayer player;
+    ASSERT_TRUE(player.start(module, 0, PlayerSettings()));
+    std::vector<int16_t> out(size_t(expected + 100) * 2);
+    EXPECT_EQ(player.render(out.data(), int32_t(expected + 100)), expected);
+}
+
 TEST(Sequencer, LoopingPlaysOnPastTheEnd) {
     SongBuilder builder(FormatMod, 4, 1, 4);
     builder.sample(64, 255, 0, 0, 64);
