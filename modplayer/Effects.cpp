@@ -189,6 +189,8 @@ void Sequencer::startVolumeColumn(Channel& channel) {
     uint8_t command = channel.volumeCommand;
     if (command >= volumeSetBase && command <= volumeSetBase + 64)
         channel.volume = command - volumeSetBase;
+    else if ((command & 0xF0) == volumeSetPanning && isS3m())
+        channel.panning = uint8_t((command & 0x0F) * 17);  // the S3M loader's panning extension
 }
 
 // ---- Later ticks -------------------------------------------------------------

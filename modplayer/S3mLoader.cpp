@@ -341,11 +341,12 @@ int32_t entryFieldBytes(uint8_t what) {
 }
 
 // The volume column: 0..64 sets the volume (more is 64); 128..192 is the
-// extension that sets the panning (0..64 across), kept here to a nibble.
+// extension that sets the panning (0..64 across), kept here to the nearest
+// nibble.
 uint8_t volumeCommand(uint8_t stored) {
     constexpr uint8_t panningBase = 128, panningTop = 192;
     if (stored >= panningBase && stored <= panningTop)
-        return uint8_t(volumeSetPanning | (stored - panningBase) * 15 / 64);
+        return uint8_t(volumeSetPanning | ((stored - panningBase) * 15 + 32) / 64);
     return uint8_t(volumeSetBase + std::min<uint8_t>(stored, 64));
 }
 

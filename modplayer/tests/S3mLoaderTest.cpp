@@ -215,7 +215,7 @@ TEST(S3mLoader, EveryFieldOfABuiltModule) {
     EXPECT_EQ(cell(0, 2), std::tuple(255, 0, 0, 0, 0)) << "unused channel";
     EXPECT_EQ(cell(0, 3), std::tuple(255, 0, 0, 0, 0)) << "disabled channel: its break never happens";
     EXPECT_EQ(cell(0, 5), std::tuple(60, 2, volumeSetBase + 64, 0, 0)) << "M is not an S3M effect";
-    EXPECT_EQ(cell(1, 1), std::tuple(119, 0, volumeSetPanning | 7, int(EffectTonePortamento), 0)) << "panning 32";
+    EXPECT_EQ(cell(1, 1), std::tuple(119, 0, volumeSetPanning | 8, int(EffectTonePortamento), 0)) << "panning 32 of 64";
     EXPECT_EQ(cell(1, 4), std::tuple(36, 3, volumeSetBase + 20, 0, 0)) << "AdLib channel, named twice";
     EXPECT_EQ(cell(2, 0), std::tuple(255, 0, volumeSetBase, 0, 0)) << "semitone 12 and command 27";
     EXPECT_EQ(cell(2, 5), std::tuple(48, 2, 0, 0, 0)) << "entry beyond the length word";
