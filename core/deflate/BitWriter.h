@@ -10,6 +10,8 @@
 
 #include "core/Stream.h"
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "flushBytes stores the bit buffer as a little-endian word");
+
 class BitWriter {
 public:
     BitWriter() = default;
@@ -22,6 +24,24 @@ public:
     bool failed() const { return writeFailed; }
     // Bits sent so far modulo 8: where the next bit lands in its byte.
     int bitPhase() const { return bitCount & 7; }
+
+    // The token loop's pair: append() adds bits without looking at the
+    // buffer, as long as fewer than 64 are pending; flushBytes() then moves
+    // the whole bytes out with one eight-byte store (the buffer has room for
+    // it past its capacity) and leaves at most 7 bits pending.
+    void append(uint32_t value, int width) {
+        bits |= uint64_t(value) << bitCount;
+        bitCount += width;
+    }
+    void flushBytes() {
+        std::memcpy(buffer + fill, &bits, 8);  // little-endian: the oldest bits first
+        int whole = bitCount >> 3;
+        fill += size_t(whole);
+        bits >>= whole << 3;
+        bitCount &= 7;
+        if (fill > capacity - 8)
+            drain();
+    }
 
     // width <= 32. bits: pending output, lowest bit first; bitCount: how many are valid.
     void put(uint32_t value, int width) {
@@ -80,5 +100,5 @@ private:
     int bitCount = 0;
     bool writeFailed = false;
     size_t fill = 0;
-    uint8_t buffer[capacity];
+    uint8_t buffer[capacity + 8];
 };

@@ -50,6 +50,30 @@ DeflateBlockCoder::DeflateBlockCoder() : tokens(new (std::nothrow) uint8_t[token
 
 DeflateBlockCoder::~DeflateBlockCoder() { delete[] tokens; }
 
+// The counters live in locals here: the token stores could alias them.
+int32_t DeflateBlockCoder::addLiterals(const uint8_t* bytes, int32_t count) {
+    int32_t at = fill, group = itemsInGroup, literals = literalCount;
+    int32_t taken = 0;
+    while (taken < count) {
+        if (group == 8) {
+            flagIndex = at;
+            tokens[at++] = 0;
+            group = 0;
+        }
+        ++group;
+        uint8_t byte = bytes[taken++];
+        tokens[at++] = byte;
+        ++literals;
+        ++literalLengthCounts[byte];
+        if (closes(at, literals, matchedLength))
+            break;
+    }
+    fill = at;
+    itemsInGroup = group;
+    literalCount = literals;
+    return taken;
+}
+
 void DeflateBlockCoder::reset() {
     fill = 0;
     flagIndex = 0;
@@ -190,25 +214,32 @@ void DeflateBlockCoder::sendDynamicHeader(BitWriter& writer) {
     }
 }
 
+// Each token goes out with one flush: a literal is at most 15 bits, a match
+// at most 15 + 5 + 15 + 13 = 48, so with the up to 7 bits left over from the
+// last flush nothing overflows the 64-bit buffer.
 void DeflateBlockCoder::sendTokens(BitWriter& writer, const HuffmanCode& literals,
                                    const HuffmanCode& distances) {
+    static_assert(maxCodeLength + 5 + maxCodeLength + 13 + 7 < 64);
+    writer.flushBytes();
     for (int32_t i = 0; i < fill;) {
         uint32_t flags = tokens[i++];
         for (int item = 0; item < 8 && i < fill; ++item, flags >>= 1) {
             if (!(flags & 1)) {
                 uint8_t byte = tokens[i++];
-                writer.put(literals.codes[byte], literals.lengths[byte]);
+                writer.append(literals.codes[byte], literals.lengths[byte]);
+                writer.flushBytes();
                 continue;
             }
             int32_t distance = (tokens[i] | tokens[i + 1] << 8) + 1;
             int32_t length = tokens[i + 2] + minMatch;
             i += 3;
             int lengthCode = lengthSymbol(length) - 257;
-            writer.put(literals.codes[257 + lengthCode], literals.lengths[257 + lengthCode]);
-            writer.put(uint32_t(length - lengthBase[lengthCode]), lengthExtra[lengthCode]);
+            writer.append(literals.codes[257 + lengthCode], literals.lengths[257 + lengthCode]);
+            writer.append(uint32_t(length - lengthBase[lengthCode]), lengthExtra[lengthCode]);
             int distanceCodeIndex = distanceSymbol(distance);
-            writer.put(distances.codes[distanceCodeIndex], distances.lengths[distanceCodeIndex]);
-            writer.put(uint32_t(distance - distanceBase[distanceCodeIndex]), distanceExtra[distanceCodeIndex]);
+            writer.append(distances.codes[distanceCodeIndex], distances.lengths[distanceCodeIndex]);
+            writer.append(uint32_t(distance - distanceBase[distanceCodeIndex]), distanceExtra[distanceCodeIndex]);
+            writer.flushBytes();
         }
     }
     writer.put(literals.codes[endOfBlock], literals.lengths[endOfBlock]);

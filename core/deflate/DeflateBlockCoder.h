@@ -13,6 +13,7 @@
 #include "core/deflate/BitWriter.h"
 #include "core/deflate/DeflateFormat.h"
 #include "core/deflate/HuffmanCode.h"
+#include "core/deflate/MatchCosts.h"
 
 namespace deflateFormat {
 
@@ -59,12 +60,8 @@ public:
     // Input bytes the block stands for.
     int32_t coveredLength() const { return literalCount + matchedLength; }
 
-    void addLiteral(uint8_t byte) {
-        startItem();
-        tokens[fill++] = byte;
-        ++literalCount;
-        ++literalLengthCounts[byte];
-    }
+    // Adds literals until the block is full; returns how many it took.
+    int32_t addLiterals(const uint8_t* bytes, int32_t count);
 
     void addMatch(int32_t distance, int32_t length) {
         int32_t flag = startItem();
@@ -78,13 +75,7 @@ public:
         ++distanceCounts[distanceSymbol(distance)];
     }
 
-    // The block is closed when a match might no longer fit (a flag byte and
-    // three bytes), or when it covers half the token buffer's worth of input
-    // while literals fill a sixteenth of it.
-    bool isFull() const {
-        return tokenCapacity - fill < 4 ||
-               (coveredLength() >= tokenCapacity / 2 && literalCount >= tokenCapacity / 16);
-    }
+    bool isFull() const { return closes(fill, literalCount, matchedLength); }
 
     // True when sending the block stored would cost no more than coding it.
     bool prefersStored(int bitPhase);
@@ -92,16 +83,27 @@ public:
     // bytes, or is null when they have left the window (stored is then not
     // an option).
     void code(BitWriter& writer, bool isFinal, const uint8_t* raw);
+    // Prices symbols by the dynamic codes the last coded block was measured
+    // with (whichever form it was sent in).
+    void estimateCosts(MatchCosts& costs) const { costs.setFrom(literalCode, distanceCode); }
 
     static int lengthSymbol(int32_t length) {
         return 257 + deflateFormat::symbolTables.lengthCode[length - deflateFormat::minMatch];
     }
     static int distanceSymbol(int32_t distance) {
         uint32_t d = uint32_t(distance - 1);
-        return d < 256 ? deflateFormat::symbolTables.distanceCode[d] : deflateFormat::symbolTables.distanceCode[256 + (d >> 7)];
+        uint32_t index = d < 256 ? d : 256 + (d >> 7);  // one load after a select, not two behind a branch
+        return deflateFormat::symbolTables.distanceCode[index];
     }
 
 private:
+    // The block is closed when a match might no longer fit (a flag byte and
+    // three bytes), or when it covers half the token buffer's worth of input
+    // while literals fill a sixteenth of it.
+    static bool closes(int32_t fill, int32_t literals, int32_t matched) {
+        return tokenCapacity - fill < 4 || (literals + matched >= tokenCapacity / 2 && literals >= tokenCapacity / 16);
+    }
+
     // Returns the index of the current group's flag byte.
     int32_t startItem() {
         if (itemsInGroup == 8) {

@@ -1,79 +1,57 @@
-// DeflateStream: window, hash chains, lazy match parsing, framing.
+// DeflateStream: window, lazy match parsing, the search policy, framing.
+//
+// The parse weighs what the match finder finds. A match is taken only when
+// its length and distance codes cost fewer bits than its bytes would as
+// literals, priced by the codes of the block sent last (MatchCosts). On the
+// codec's payload - small code values, noisy at low frequencies, long runs
+// of the silence code above - most short far matches fail that test, and
+// leaving them out makes its output about 5 % smaller than taking every
+// match of three bytes or more.
+//
+// How far a search walks follows how well searching pays here:
+//  - where matches are dense (at least `denseMatches` of the last 64 tokens),
+//    the level's chain limit; elsewhere one candidate, for on sparse data
+//    (the payload's noisy coefficients, PCM) deeper candidates rarely give a
+//    match that pays;
+//  - a quarter of that behind a pending match of the level's good length;
+//  - half again for every literal waiting since the last match.
+// A search is never shorter than one candidate, and a match of the nice
+// length ends it.
 #include "core/deflate/DeflateStream.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "core/Hash32.h"
 #include "core/deflate/Checksum.h"
+#include "core/deflate/MatchFinder.h"
 
 using namespace deflateFormat;
 
 namespace {
 
-// A three-byte match farther back than this costs about as much as three
-// literals and breaks up literal runs. 256 was measured best on coded audio
-// blocks (whose neighbouring channels lie 2052 bytes apart) and on text.
-constexpr int32_t tooFarForMinimalMatch = 256;
-
-// After this many literals in a row the data looks incompressible: searches
-// then try only the newest candidate. With 8192 hash heads most of a chain
-// in such data is hash collisions, and walking it was most of the time spent
-// on PCM, for well under 0.1 % of its size.
-constexpr int32_t literalRunForQuickSearch = 32;
-
-uint32_t load32(const uint8_t* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-}
-
-uint16_t load16(const uint8_t* p) {
-    uint16_t v;
-    std::memcpy(&v, p, 2);
-    return v;
-}
-
-uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    std::memcpy(&v, p, 8);
-    return v;
-}
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the match finder packs little-endian words");
-
-// Bytes equal at the start of a and b, at most maxLength.
-int32_t commonLength(const uint8_t* a, const uint8_t* b, int32_t maxLength) {
-    int32_t length = 0;
-    for (; length + 8 <= maxLength; length += 8) {
-        uint64_t difference = load64(a + length) ^ load64(b + length);
-        if (difference)
-            return length + (__builtin_ctzll(difference) >> 3);
-    }
-    while (length < maxLength && a[length] == b[length])
-        ++length;
-    return length;
-}
+constexpr int32_t denseMatches = 24;
+constexpr int32_t chain9 = 128;
+constexpr int32_t good9 = 8;
+constexpr int32_t nice9 = 32;
 
 }  // namespace
 
-// Level 9 was tuned with bench/DeflateBench.cpp on coded audio blocks and on
-// text mixed with PCM: from there, longer chains bought under 0.3 % in size
-// for a third more time.
+// Level 9 was tuned with bench/DeflateBench.cpp: see the constants above.
 const DeflateStream::Limits DeflateStream::limitsByLevel[10] = {
     {0, 0, 0, 0},     {4, 4, 8, 4},     {8, 4, 16, 8},     {16, 8, 16, 16},  {24, 8, 24, 32},
-    {32, 8, 32, 64},  {48, 8, 32, 128}, {64, 8, 32, 258},  {96, 8, 32, 258}, {128, 8, 32, 258},
+    {32, 8, 32, 64},  {48, 8, 32, 128}, {64, 8, 32, 258},  {96, 8, 32, 258}, {chain9, good9, nice9, 258},
 };
 
 DeflateStream::DeflateStream(Stream* stream, int32_t framingValue)
     : window(new (std::nothrow) uint8_t[windowSize + 8]()),
-      heads(new (std::nothrow) int32_t[hashHeads]),
-      chain(new (std::nothrow) uint16_t[windowSize]()) {
+      heads(new (std::nothrow) int32_t[MatchFinder::headCount]),
+      chain(new (std::nothrow) uint16_t[windowSize]()),
+      keys(new (std::nothrow) uint16_t[windowSize]) {
     setOutput(stream);
     setFraming(framingValue);
     if (heads)
-        std::fill(heads, heads + hashHeads, -1);
+        std::fill(heads, heads + MatchFinder::headCount, -1);
 }
 
 DeflateStream::~DeflateStream() {
@@ -82,6 +60,7 @@ DeflateStream::~DeflateStream() {
     delete[] window;
     delete[] heads;
     delete[] chain;
+    delete[] keys;
 }
 
 void DeflateStream::setFraming(int32_t value) {
@@ -104,7 +83,7 @@ bool DeflateStream::write(const void* buffer, int32_t length, uint32_t& count) {
         return false;
     if (length == 0)
         return true;
-    if (!output || !window || !heads || !chain || !block.isAllocated())
+    if (!output || !window || !heads || !chain || !keys || !block.isAllocated())
         return false;
     if (!headerWritten)
         writeHeader();
@@ -137,15 +116,12 @@ bool DeflateStream::finish() {
     if (finished)
         return output && !writer.failed();
     finished = true;
-    if (!output || !window || !heads || !chain || !block.isAllocated())
+    if (!output || !window || !heads || !chain || !keys || !block.isAllocated())
         return false;
     parse(true);
-    if (hasPending) {
-        if (matchLength >= minMatch)
-            emitMatch(matchDistance, matchLength);
-        else
-            emitLiteral(position - 1);
-        hasPending = false;
+    if (matchLength >= minMatch) {
+        emitMatch(matchDistance, matchLength);
+        matchLength = minMatch - 1;
     }
     closeBlock(true);
     writer.alignToByte();
@@ -190,120 +166,96 @@ void DeflateStream::writeTrailer() {
     }
 }
 
-uint32_t DeflateStream::hashKey(int32_t at) const {
-    return hash32Word(load32(window + at) & 0xFFFFFF) & (hashHeads - 1);
-}
-
-int32_t DeflateStream::insert(int32_t at, uint32_t key) {
-    int32_t previous = heads[key];
-    heads[key] = at;
-    int32_t distance = at - previous;
-    chain[at] = uint16_t(previous >= 0 && distance <= maxDistance ? distance : 0);
-    return previous;
-}
-
-int32_t DeflateStream::longestMatch(int32_t at, int32_t candidate, int32_t best,
-                                    int32_t& distance) const {
-    const Limits& limits = limitsByLevel[level];
-    int32_t tries = best >= limits.good ? limits.chain >> 2 : limits.chain;
-    if (literalRun >= literalRunForQuickSearch)
-        tries = 1;
-    int32_t maxLength = std::min(maxMatch, filled - at);
-    if (best >= maxLength)
-        return best;
-    int32_t nice = std::min(limits.nice, maxLength);
-    int32_t oldest = std::max(0, at - maxDistance);
-    // Locals: the compiler cannot keep members in registers across the
-    // writes below.
-    const uint8_t* const bytes = window;
-    const uint16_t* const links = chain;
-    const uint8_t* const scan = bytes + at;
-    const uint32_t head = load32(scan) & 0xFFFFFF;
-    uint16_t tail = load16(scan + best - 1);
-    int32_t found = -1;
-    for (;;) {
-        // Most candidates share only the hash: two loads reject them, the
-        // bytes that would make the match longer than the best first.
-        const uint8_t* match = bytes + candidate;
-        if (load16(match + best - 1) == tail && (load32(match) & 0xFFFFFF) == head) {
-            int32_t length = commonLength(scan, match, maxLength);
-            if (length > best) {
-                best = length;
-                found = candidate;
-                if (length >= nice)
-                    break;
-                tail = load16(scan + best - 1);
-            }
-        }
-        uint16_t step = links[candidate];
-        if (--tries <= 0 || step == 0 || candidate - step < oldest)
-            break;
-        candidate -= step;
-    }
-    if (found >= 0)
-        distance = at - found;
-    return best;
-}
-
-void DeflateStream::parse(bool toEnd) {
-    const Limits& limits = limitsByLevel[level];
-    int32_t end = toEnd ? filled : filled - lookahead;
-    int32_t lastHashable = filled - minMatch;
-    // The next position's key is computed a step early, so that its
-    // multiplications overlap the chain walk of this one.
-    uint32_t key = position <= lastHashable ? hashKey(position) : 0;
-    while (position < end) {
-        int32_t candidate = position <= lastHashable ? insert(position, key) : -1;
-        uint32_t nextKey = position + 1 <= lastHashable ? hashKey(position + 1) : 0;
-        int32_t previousLength = matchLength;
-        int32_t previousDistance = matchDistance;
-        matchLength = minMatch - 1;
-        if (candidate >= 0 && previousLength < limits.lazy && position - candidate <= maxDistance) {
-            matchLength = longestMatch(position, candidate, std::max(previousLength, minMatch - 1),
-                                       matchDistance);
-            if (matchLength == minMatch && matchDistance > tooFarForMinimalMatch)
-                matchLength = minMatch - 1;
-        }
-        if (previousLength >= minMatch && matchLength <= previousLength) {
-            // The match waiting at position - 1 wins; hash what it covers.
-            int32_t next = position - 1 + previousLength;
-            emitMatch(previousDistance, previousLength);
-            int32_t stop = std::min(next, lastHashable + 1);
-            for (int32_t at = position + 1; at < stop; ++at)
-                insert(at, hashKey(at));
-            position = next;
-            key = position <= lastHashable ? hashKey(position) : 0;
-            hasPending = false;
-            matchLength = minMatch - 1;
-            continue;
-        }
-        if (hasPending)
-            emitLiteral(position - 1);
-        hasPending = true;
-        ++position;
-        key = nextKey;
+void DeflateStream::hashNewPositions(int32_t end) {
+    if (end > keyed) {
+        MatchFinder::computeKeys(window + keyed, keys + keyed, end - keyed);
+        keyed = end;
     }
 }
 
-void DeflateStream::emitLiteral(int32_t at) {
-    block.addLiteral(window[at]);
-    ++literalRun;
-    ++emitted;
-    if (block.isFull())
-        closeBlock(false);
+// Literals wait in the window until a match or the end of a parse sends
+// them: handed over as a run, they go through one tight loop.
+inline void DeflateStream::emitLiteralsUpTo(int32_t end) {
+    while (emitted < end) {
+        emitted += block.addLiterals(window + emitted, end - emitted);
+        if (block.isFull())
+            closeBlock(false);
+    }
 }
 
-void DeflateStream::emitMatch(int32_t distance, int32_t length) {
+inline void DeflateStream::emitMatch(int32_t distance, int32_t length) {
     block.addMatch(distance, length);
-    literalRun = 0;
     emitted += length;
     if (block.isFull())
         closeBlock(false);
 }
 
+void DeflateStream::parse(bool toEnd) {
+    const Limits& limits = limitsByLevel[level];
+    const int32_t end = toEnd ? filled : filled - lookahead;
+    // Positions from here on lack the two bytes after them.
+    const int32_t unhashable = std::max(0, filled - minMatch + 1);
+    hashNewPositions(unhashable);
+    const MatchFinder finder{window, heads, chain, keys, filled, limits.nice};
+    // The parse state lives in locals: the token stores could alias any
+    // member. A match found at at - 1 waits while pendingLength >= minMatch;
+    // literals wait in the window from `emitted`.
+    int32_t at = position;
+    int32_t pendingLength = matchLength, pendingDistance = matchDistance;
+    uint64_t history = recentTokens;
+    int32_t depth = __builtin_popcountll(history) >= denseMatches ? limits.chain : 1;
+    while (at < end) {
+        int32_t candidate = at < unhashable ? finder.insert(at) : -1;
+        int32_t length = minMatch - 1, distance = 0;
+        if (candidate >= 0 && at - candidate <= maxDistance && pendingLength < limits.lazy &&
+            pendingLength < filled - at) {
+            int32_t literalRun = std::max(0, at - 1 - emitted);
+            int32_t tries = pendingLength >= limits.good ? depth >> 2 : depth;
+            tries = std::max(1, tries >> std::min(15, literalRun));
+            int32_t found = tries == 1 && at + 8 <= filled ? finder.quickLength(at, candidate) : -1;
+            if (found >= 0)
+                distance = at - candidate;
+            else
+                found = finder.longestMatch(at, candidate, tries, distance);
+            if (found > std::max(pendingLength, minMatch - 1) &&
+                costs.pays(window + at, found, DeflateBlockCoder::distanceSymbol(distance)))
+                length = found;
+        }
+        if (pendingLength < minMatch || length > pendingLength) {
+            // Nothing waits, or the new match is longer: it waits, and the
+            // byte at at - 1 (if it waited) stays a literal.
+            pendingLength = length;
+            pendingDistance = distance;
+            ++at;
+            continue;
+        }
+        // The waiting match wins: send it with the literals before it, then
+        // hash what it covers.
+        int32_t literals = at - 1 - emitted;
+        history = (literals >= 64 ? 0 : history << literals) << 1 | 1;
+        depth = __builtin_popcountll(history) >= denseMatches ? limits.chain : 1;
+        emitLiteralsUpTo(at - 1);
+        emitMatch(pendingDistance, pendingLength);
+        int32_t next = at - 1 + pendingLength;
+        int32_t stop = std::min(next, unhashable);
+        if (pendingDistance == 1)
+            at = finder.insertRun(at, stop);
+        while (at + 1 < stop)
+            finder.insert(++at);
+        at = next;
+        pendingLength = minMatch - 1;
+    }
+    emitLiteralsUpTo(pendingLength >= minMatch ? at - 1 : at);
+    position = at;
+    matchLength = pendingLength;
+    matchDistance = pendingDistance;
+    recentTokens = history;
+}
+
 void DeflateStream::closeBlock(bool isFinal) {
     int32_t start = emitted - block.coveredLength();
     block.code(writer, isFinal, start >= 0 ? window + start : nullptr);
+    block.estimateCosts(costs);
 }
 
 // Keeps the last 32 KiB before `position` and what follows it. A block whose
@@ -318,7 +270,9 @@ void DeflateStream::slideWindow() {
         closeBlock(false);
     std::memmove(window, window + shift, size_t(filled - shift));
     std::memmove(chain, chain + shift, sizeof(uint16_t) * size_t(filled - shift));
-    for (int32_t i = 0; i < hashHeads; ++i)
+    std::memmove(keys, keys + shift, sizeof(uint16_t) * size_t(keyed - shift));
+    keyed -= shift;
+    for (int32_t i = 0; i < MatchFinder::headCount; ++i)
         heads[i] = heads[i] >= shift ? heads[i] - shift : -1;
     filled -= shift;
     position -= shift;

@@ -10,6 +10,7 @@
 #include "core/deflate/BitWriter.h"
 #include "core/deflate/DeflateBlockCoder.h"
 #include "core/deflate/DeflateFormat.h"
+#include "core/deflate/MatchCosts.h"
 
 class DeflateStream final : public Stream {
 public:
@@ -37,7 +38,6 @@ public:
 
 private:
     static constexpr int32_t windowSize = 65536;
-    static constexpr int32_t hashHeads = 8192;
     // Positions closer than this to the end of the window wait for more
     // input, so that a match may run its full length and hashing its three bytes.
     static constexpr int32_t lookahead = deflateFormat::maxMatch + deflateFormat::minMatch + 1;
@@ -54,13 +54,11 @@ private:
     void writeHeader();
     void writeTrailer();
     void parse(bool toEnd);
+    void hashNewPositions(int32_t end);
     void slideWindow();
     void closeBlock(bool isFinal);
-    void emitLiteral(int32_t position);
+    void emitLiteralsUpTo(int32_t end);
     void emitMatch(int32_t distance, int32_t length);
-    uint32_t hashKey(int32_t position) const;
-    int32_t insert(int32_t position, uint32_t key);
-    int32_t longestMatch(int32_t position, int32_t candidate, int32_t best, int32_t& distance) const;
 
     Stream* output = nullptr;
     BitWriter writer;
@@ -70,19 +68,23 @@ private:
 
     // Window: input bytes [0, filled); positions before `position` are parsed.
     uint8_t* window = nullptr;
-    int32_t* heads = nullptr;    // newest position per hash, -1 when none
-    uint16_t* chain = nullptr;   // per position: distance back to the previous one with its hash, 0 for none
+    int32_t* heads = nullptr;    // newest position per key, -1 when none (see MatchFinder)
+    uint16_t* chain = nullptr;   // per position: distance back to the previous one with its key, 0 for none
+    uint16_t* keys = nullptr;    // per position below `keyed`: its head index
+    int32_t keyed = 0;
     int32_t filled = 0;
     int32_t position = 0;
-    // Lazy matching: the byte at position - 1 waits (hasPending) with the
-    // match found there (matchLength < 3 when none).
-    bool hasPending = false;
+    // Lazy matching: the match found at position - 1 waits (matchLength < 3
+    // when none); literals wait in the window from `emitted`.
     int32_t matchLength = deflateFormat::minMatch - 1;
     int32_t matchDistance = 0;
-    int32_t literalRun = 0;
     // Input before this window position is in blocks; the current block
     // starts at emitted - block.coveredLength(), below 0 once it slid out.
     int32_t emitted = 0;
+    // Bit i set when the token i + 1 places back was a match; a new stream
+    // starts out searching deep.
+    uint64_t recentTokens = ~uint64_t(0);
+    MatchCosts costs;  // of the block last sent; matches that cost more than their literals are not taken
 
     uint32_t runningChecksum = 0;
     int64_t inputLength = 0;
