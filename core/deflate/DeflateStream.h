@@ -36,6 +36,9 @@ public:
     uint32_t checksum() const { return runningChecksum; }
     int64_t totalIn() const { return inputLength; }
 
+    // The last 128 tokens of the parse, a bit per token (set for a match).
+    using TokenHistory = unsigned __int128;
+
 private:
     static constexpr int32_t windowSize = 65536;
     // Positions closer than this to the end of the window wait for more
@@ -83,7 +86,7 @@ private:
     int32_t emitted = 0;
     // Bit i set when the token i + 1 places back was a match; a new stream
     // starts out searching deep.
-    uint64_t recentTokens = ~uint64_t(0);
+    TokenHistory recentTokens = ~TokenHistory(0);
     MatchCosts costs;  // of the block last sent; matches that cost more than their literals are not taken
 
     uint32_t runningChecksum = 0;
