@@ -11,6 +11,8 @@
 #include "core/deflate/HuffmanCode.h"
 
 struct MatchCosts {
+    static constexpr int32_t maxMatchBits = 2 * deflateFormat::maxCodeLength + 5 + 13;
+
     uint8_t literalBits[256];                          // per byte value
     uint8_t lengthBits[deflateFormat::maxMatch + 1];   // per length from 3: symbol and extra bits
     uint8_t distanceBits[deflateFormat::distanceSymbols];  // per distance symbol: code and extra bits
@@ -35,11 +37,14 @@ struct MatchCosts {
                 sums[i] = bits += literalBits[bytes[i]];
             return sums[length - 1] > matchBits;
         }
+        // No match costs more than 15 + 5 + 15 + 13 bits, no literal less than one.
+        if (length > maxMatchBits)
+            return true;
         int32_t bits = 0;
         for (int32_t i = 0; i < length; ++i) {
             bits += literalBits[bytes[i]];
             if (bits > matchBits)
-                return true;  // long matches are settled within a few bytes
+                return true;
         }
         return false;
     }

@@ -23,6 +23,7 @@ TEST(DeflateStreamTest, zlibAndOurInflateReadBackEveryFramingAndLevel) {
         {"259-byte repeats", repeatedPattern(70000, 259)},
         {"32 KiB repeats beyond the window", repeatedPattern(300000, 32768)},
         {"text then noise", mixed},
+        {"codec payload", codecLikePayload(200000, 7)},
     };
     const size_t pieces[] = {1 << 20, 1, 7, 4095, 65537};
     int round = 0;
@@ -47,6 +48,22 @@ TEST(DeflateStreamTest, zlibAndOurInflateReadBackEveryFramingAndLevel) {
                 }
             }
         }
+    }
+}
+
+// The codec's payload is what the stream is for: at level 9 it must come out
+// no larger than zlib's best on it.
+TEST(DeflateStreamTest, codecPayloadIsNoLargerThanZlibLevel9s) {
+    for (uint32_t seed : {1u, 2u}) {
+        Bytes payload = codecLikePayload(1 << 20, seed);
+        uLongf zlibSize = compressBound(uLong(payload.size()));
+        Bytes zlib(zlibSize);
+        ASSERT_EQ(compress2(zlib.data(), &zlibSize, payload.data(), uLong(payload.size()), 9), Z_OK);
+        Bytes ours = ourDeflate(payload, FramingZlib, 9, 2052);
+        Bytes back;
+        ASSERT_TRUE(zlibInflate(ours, FramingZlib, back));
+        EXPECT_TRUE(back == payload);
+        EXPECT_LE(ours.size(), size_t(zlibSize)) << "seed " << seed;
     }
 }
 

@@ -116,6 +116,28 @@ inline Bytes byteRuns(size_t n, uint32_t seed) {
     return b;
 }
 
+// What the codec writes at 5 bits and window 2048: per block and channel a
+// 4-byte peak and 2048 codes, noisy codes away from the silence code 16 at
+// low indices (never 15 or 17), silence above a cut-off near index 1150.
+inline Bytes codecLikePayload(size_t n, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::normal_distribution<double> spread(0.0, 1.0);
+    Bytes b;
+    while (b.size() < n) {
+        float peak = float(1000 + random() % 30000);
+        const uint8_t* peakBytes = reinterpret_cast<const uint8_t*>(&peak);
+        b.insert(b.end(), peakBytes, peakBytes + 4);
+        int cut = 1050 + int(random() % 200);
+        for (int i = 0; i < 2048; ++i) {
+            int magnitude = i < cut ? 2 + int(std::abs(spread(random)) * (6.0 - 4.0 * i / cut)) : 0;
+            int code = 16 + (random() % 2 ? magnitude : -magnitude);
+            b.push_back(uint8_t(std::clamp(code, 1, 31)));
+        }
+    }
+    b.resize(n);
+    return b;
+}
+
 // A pattern of `period` bytes repeated.
 inline Bytes repeatedPattern(size_t n, size_t period) {
     Bytes b(n);
