@@ -2,6 +2,11 @@
 // N coefficients from 2N samples with 50 % overlap, computed through an
 // N/2-point complex FFT. Shared (reference counted) by the encoder and
 // decoder sides of OxaCodec, which keep it while the length and scaling stay.
+//
+// Every coefficient and every synthesised sample is fixed to the bit: the
+// stream's codes and the decoder's Int16 output depend on the rounding of
+// each step, so the fast paths regroup memory passes and vector widths but
+// never the arithmetic (see Mdct.cpp).
 #pragma once
 
 #include <cstdint>
@@ -13,8 +18,10 @@ class Mdct final : public RefCounted {
 public:
     // N = `length` must be a power of two up to 32768. `scaled` picks the
     // scale pair of the stream flag: forward 4/(2N) and inverse 0.5, else
-    // forward 1 and inverse 2/(2N). Null when memory runs out.
-    static Mdct* create(int32_t length, bool scaled);
+    // forward 1 and inverse 2/(2N). `maxLanes` caps the vector width (8
+    // when the processor has AVX2, else 4), so that tests can reach every
+    // path. Null when memory runs out.
+    static Mdct* create(int32_t length, bool scaled, int32_t maxLanes = 8);
 
     int32_t length() const { return n; }
     bool scaled() const { return isScaled; }
@@ -22,30 +29,39 @@ public:
     // X[k] = forwardScale * sum over 2N of x[j] w[j] cos(pi/N (j + 0.5 + N/2)(k + 0.5)),
     // where x is `first` (N samples) followed by `second` (N samples).
     void forward(const float* first, const float* second, float* coefficients);
-    // The windowed synthesis of N coefficients into 2N samples, split into
-    // halves. Overlap-adding the halves of consecutive blocks gives back the
-    // analysed signal at unity gain.
-    void inverse(const float* coefficients, float* first, float* second);
+
+    // The windowed synthesis of N coefficients into 2N samples, overlap-added:
+    // `out` = first half + `previousTail`, `nextTail` = second half. Adding
+    // the halves of consecutive blocks gives back the analysed signal at
+    // unity gain. `out` may be `previousTail`; `nextTail` must be apart.
+    void synthesise(const float* coefficients, const float* previousTail, float* out, float* nextTail);
+
+    // The tables and scratch the transform's passes work on (N/2 = P points).
+    struct Tables {
+        int32_t n = 0;
+        float forwardScale = 1.0f;
+        float inverseScale = 1.0f;
+        Array<float> window;       // 2N
+        Array<float> twiddleRe;    // P: cos(a), a = -(2 pi k / 2N + 2 pi / (8 * 2N))
+        Array<float> twiddleIm;    // P: sin(a)
+        Array<float> stageRe;      // per FFT stage of half-span h, at h - 1: cos(-pi j / h), j < h
+        Array<float> stageIm;      // sin(-pi j / h)
+        Array<uint32_t> groupStart;  // P/4: where the 4 points of the r-th first butterfly group land
+        Array<float> folded;       // N: scratch
+        Array<float> re, im;       // P each: the FFT's working points
+        Array<float> spareRe, spareIm;  // P each: the points before their reordering
+    };
 
 private:
     Mdct(int32_t length, bool scaled) : n(length), isScaled(scaled) {}
-    bool build();
-    // DCT-IV of N values: output[k] = scale * sum input[m] cos(pi/N (m + 0.5)(k + 0.5)).
-    // The input is consumed before the output is written, so they may alias.
-    void dct4(const float* input, float* output, float scale);
-    void fft();
+    bool build(int32_t maxLanes);
+
+    using ForwardPass = void (*)(Tables&, const float*, const float*, float*);
+    using SynthesisPass = void (*)(Tables&, const float*, const float*, float*, float*);
 
     int32_t n;
     bool isScaled;
-    float forwardScale = 1.0f;
-    float inverseScale = 1.0f;
-    Array<float> windowTable;  // 2N
-    Array<float> twiddleRe;    // N/2: cos(a), a = -(2 pi k / 2N + 2 pi / (8 * 2N))
-    Array<float> twiddleIm;    // N/2: sin(a)
-    Array<uint32_t> swapPairs; // (i, reverse(i)) packed as i | reverse(i) << 16, only i < reverse(i)
-    Array<float> stageRe;      // per FFT stage of half-span h: cos(-pi j / h), j < h
-    Array<float> stageIm;      // sin(-pi j / h)
-    Array<float> folded;       // N: scratch
-    Array<float> re;           // N/2: FFT scratch
-    Array<float> im;
+    Tables tables;
+    ForwardPass forwardPass = nullptr;
+    SynthesisPass synthesisPass = nullptr;
 };

@@ -269,9 +269,7 @@ bool OxaCodec::decodeBlock() {
         float* out = outputBlock.data() + int64_t(c) * n;
         const float* previousTail = tails + overlapHalf * halfSize + int64_t(c) * n;
         float* nextTail = tails + (1 - overlapHalf) * halfSize + int64_t(c) * n;
-        transform->inverse(spectrum.data(), out, nextTail);
-        for (int32_t i = 0; i < n; ++i)
-            out[i] += previousTail[i];
+        transform->synthesise(spectrum.data(), previousTail, out, nextTail);
     }
     overlapHalf = 1 - overlapHalf;
     readPosition = 0;
