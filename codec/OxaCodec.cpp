@@ -6,6 +6,7 @@
 #include <new>
 
 #include "audio/pcm/SampleFormat.h"
+#include "codec/Int16Frames.h"
 #include "core/Stream.h"
 #include "core/deflate/DeflateStream.h"
 #include "core/deflate/InflateStream.h"
@@ -13,17 +14,6 @@
 namespace {
 
 constexpr int32_t ConversionChunkBytes = 8192;
-
-// floor(32768 s + 0.5) clamped to the Int16 range; NaN becomes silence.
-// Written without branches so that the delivery loop vectorises.
-inline int16_t roundToInt16(float s) {
-    float v = s * 32768.0f + 0.5f;
-    v = v == v ? v : 0.0f;
-    v = v < -32768.0f ? -32768.0f : v;
-    v = v > 32767.0f ? 32767.0f : v;
-    int32_t truncated = int32_t(v);
-    return int16_t(truncated - (float(truncated) > v));  // truncation to floor
-}
 
 // Reads until `length` bytes arrived; false on a failed or short read.
 bool readFully(Stream& stream, uint8_t* buffer, int32_t length) {
@@ -254,6 +244,7 @@ bool OxaCodec::decodeBlock() {
     if (payloadEnded)
         return false;
     const float* table = dequantTable.data();
+    float levels[256];
     float* tails = overlap.data();
     const int64_t halfSize = int64_t(n) * streamChannels;
     for (int32_t c = 0; c < streamChannels; ++c) {
@@ -263,9 +254,12 @@ bool OxaCodec::decodeBlock() {
         }
         float peak;
         std::memcpy(&peak, codeBytes.data(), OxaPeakSize);
+        // Each code's value times the peak, once per block rather than per coefficient.
+        for (uint32_t k = 0; k <= codeMask; ++k)
+            levels[k] = table[k] * peak;
         const uint8_t* codes = codeBytes.data() + OxaPeakSize;
         for (int32_t i = 0; i < n; ++i)
-            spectrum[i] = table[codes[i] & codeMask] * peak;
+            spectrum[i] = levels[codes[i] & codeMask];
         float* out = outputBlock.data() + int64_t(c) * n;
         const float* previousTail = tails + overlapHalf * halfSize + int64_t(c) * n;
         float* nextTail = tails + (1 - overlapHalf) * halfSize + int64_t(c) * n;
@@ -293,7 +287,7 @@ bool OxaCodec::decode(void* buffer, int32_t frames, int32_t channels, uint32_t f
         int32_t run = n - readPosition < frames - delivered ? n - readPosition : frames - delivered;
         uint8_t* target = out + delivered * frameBytes;
         if (format == Int16)
-            deliverInt16(target, run, channels);
+            writeInt16Frames(outputBlock.data() + readPosition, n, streamChannels, channels, run, target);
         else
             deliverConverted(target, run, channels, format);
         readPosition += run;
@@ -301,21 +295,6 @@ bool OxaCodec::decode(void* buffer, int32_t frames, int32_t channels, uint32_t f
     }
     framesDelivered = uint32_t(delivered);
     return true;
-}
-
-void OxaCodec::deliverInt16(uint8_t* out, int32_t frames, int32_t channels) const {
-    const int32_t shared = channels < streamChannels ? channels : streamChannels;
-    const int64_t stride = int64_t(channels) * 2;
-    for (int32_t c = 0; c < shared; ++c) {
-        const float* from = outputBlock.data() + int64_t(c) * n + readPosition;
-        uint8_t* to = out + int64_t(c) * 2;
-        for (int32_t f = 0; f < frames; ++f) {
-            int16_t value = roundToInt16(from[f]);
-            std::memcpy(to + f * stride, &value, 2);
-        }
-    }
-    for (int32_t f = 0; shared < channels && f < frames; ++f)
-        std::memset(out + f * stride + int64_t(shared) * 2, 0, size_t(channels - shared) * 2);
 }
 
 void OxaCodec::deliverConverted(uint8_t* out, int32_t frames, int32_t channels, uint32_t format) const {

@@ -52,7 +52,6 @@ private:
     void loadChannel(int32_t channel, float* samples) const;
     // Decoder: false when the payload has no further whole block.
     bool decodeBlock();
-    void deliverInt16(uint8_t* out, int32_t frames, int32_t channels) const;
     void deliverConverted(uint8_t* out, int32_t frames, int32_t channels, uint32_t format) const;
 
     OxaHeader header;               // kept current: blockCount grows per coded block
