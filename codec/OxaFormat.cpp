@@ -60,8 +60,12 @@ void buildDequantTable(float* table, uint8_t qbits) {
 }
 
 void buildOxaWindow(float* window, int32_t length) {
-    for (int32_t k = 0; k < length; ++k) {
+    // The window is symmetric, and the second half taken from the formula
+    // rounds to the same floats as the mirrored first half at every length
+    // a stream can have (the transform's tests compare each entry).
+    for (int32_t k = 0; k < (length + 1) / 2; ++k) {
         double s = std::sin(M_PI * (k + 0.5) / length);
         window[k] = float(std::sin(M_PI / 2 * s * s));
+        window[length - 1 - k] = window[k];
     }
 }

@@ -4,14 +4,16 @@
 #include <cmath>
 #include <utility>
 
-#include "codec/OxaFormat.h"
 
 ReferenceMdct::ReferenceMdct(int32_t length, bool scaled)
     : n(length), window(2 * size_t(length)), twiddleRe(length / 2), twiddleIm(length / 2) {
     const double m = 2.0 * n;
     forwardScale = scaled ? float(4.0 / m) : 1.0f;
     inverseScale = 2.0f * (scaled ? 0.5f : float(2.0 / m));  // unity gain through overlap-add
-    buildOxaWindow(window.data(), 2 * n);
+    for (int32_t k = 0; k < 2 * n; ++k) {
+        double s = std::sin(M_PI * (k + 0.5) / (2 * n));
+        window[k] = float(std::sin(M_PI / 2 * s * s));
+    }
     for (int32_t k = 0; k < n / 2; ++k) {
         double a = -(2 * M_PI * k / m + 2 * M_PI / (8 * m));
         twiddleRe[k] = float(std::cos(a));

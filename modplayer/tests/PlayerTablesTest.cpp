@@ -43,6 +43,8 @@ TEST(PlayerTables, EdgeValues) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.actual, c.expected) << c.what;
+    for (int p = 0; p < linearPeriodCount; ++p)  // built by octaves, so every entry is checked
+        ASSERT_EQ(linearFrequency[p], rounded(8363.0 * std::pow(2.0, (4608 - p) / 768.0))) << "linear " << p;
     for (int n = 121; n < 128; ++n)
         EXPECT_EQ(amigaPeriods[n], 27) << n;
     for (int i = 0; i < 64; ++i)
