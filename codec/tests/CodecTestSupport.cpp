@@ -54,6 +54,13 @@ std::vector<double> directMdct(const float* input, int32_t n) {
     return out;
 }
 
+float plainThreshold(int32_t i, int32_t n, uint32_t rate, float athOffset) {
+    float f = float(i) * (0.5f * float(rate)) / float(n);
+    double khz = f <= 16.0f ? 0.016f : f > 16000.0f ? 16.0f : 0.001f * f;
+    return 3.64f * float(std::pow(khz, -0.8)) - 6.5f * float(std::exp(-0.6 * (khz - 3.3) * (khz - 3.3))) +
+           0.001f * float(std::pow(khz, 4.0)) - 96.5f + athOffset;
+}
+
 Bytes plainRecord(const float* c, int32_t n, uint32_t rate, float athOffset, int32_t qbits) {
     float peak = 0;
     for (int32_t i = 0; i < n; ++i)
@@ -66,13 +73,11 @@ Bytes plainRecord(const float* c, int32_t n, uint32_t rate, float athOffset, int
     const int32_t h = (1 << qbits) / 2;
     const double m = (h - 1) + 0.5;
     for (int32_t i = 0; i < n; ++i) {
-        float f = float(i) * (0.5f * float(rate)) / float(n);
-        double khz = f <= 16.0f ? 0.016f : f > 16000.0f ? 16.0f : 0.001f * f;
-        float ath = 3.64f * float(std::pow(khz, -0.8)) - 6.5f * float(std::exp(-0.6 * (khz - 3.3) * (khz - 3.3))) +
-                    0.001f * float(std::pow(khz, 4.0)) - 96.5f + athOffset;
+        const float ath = plainThreshold(i, n, rate, athOffset);
         float kept = ath > 8.685889f * std::log(std::fabs(c[i])) ? 0.0f : c[i];
         double y = std::pow(double(std::fabs(s * kept)), 0.2);
         double q = std::floor(y * (kept > 0 ? 1 : kept < 0 ? -1 : 0) * m + 0.5);
+        q = std::isnan(q) ? 0 : q;  // an infinite coefficient over an infinite peak: silence
         record[4 + i] = uint8_t(int32_t(std::clamp(q, double(-h), double(h - 1))) + h);
     }
     return record;

@@ -17,6 +17,9 @@ std::vector<int16_t> musicLikeSignal(int32_t frames, int32_t channels, uint32_t 
 // window included, over the 2N samples at `input`.
 std::vector<double> directMdct(const float* input, int32_t n);
 
+// The threshold of hearing in dB at coefficient i of n, as the encoder's formula reads.
+float plainThreshold(int32_t i, int32_t n, uint32_t rate, float athOffset);
+
 // One channel's record as the encoder's formulas read: the threshold of
 // hearing per index, drop when ath > 8.685889 ln|c|, peak normalisation,
 // y = x^0.2 in double, q = floor(y sign m + 0.5) clamped. Peak, then N codes.
