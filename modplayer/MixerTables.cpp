@@ -13,7 +13,7 @@ static bool fillMixerTables() {
     for (uint32_t i = 0; i < 256; ++i)
         unsignedByteToSample[i] = signedByteToSample[i ^ 128];
     for (uint32_t i = 0; i < 4096; ++i)
-        squareRootCurve[i] = uint32_t(std::floor(std::sqrt(i / 4095.0) * 16777215.0 + 0.5));
+        squareRootCurve[i] = uint32_t(std::sqrt(i / 4095.0) * 16777215.0 + 0.5);  // truncation is floor here
     return true;
 }
 

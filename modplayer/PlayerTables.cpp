@@ -37,9 +37,11 @@ void buildLinearTables() {
     double octaveSteps[768];
     for (int32_t r = 0; r < 768; ++r)
         octaveSteps[r] = std::pow(2.0, r / 768.0);
-    for (int32_t p = 0; p < linearPeriodCount; ++p) {
-        const int32_t units = 4608 - p, octaves = (units + 768 * 8) / 768 - 8;  // rounded down
-        linearFrequency[p] = uint32_t(rounded(8363.0 * std::ldexp(octaveSteps[units - 768 * octaves], octaves)));
+    int32_t p = 0;
+    for (int32_t octaves = 6; octaves >= -5; --octaves) {
+        const double scale = std::ldexp(1.0, octaves);  // exact, as is the product with it
+        for (int32_t r = 4608 - p - 768 * octaves; r >= 0 && p < linearPeriodCount; --r, ++p)
+            linearFrequency[p] = uint32_t(8363.0 * (octaveSteps[r] * scale) + 0.5);  // positive: truncation is floor
     }
     for (int32_t k = 0; k < linearPeriodCount; ++k)
         linearFrequencyReversed[k] = linearFrequency[linearPeriodCount - 1 - k];
