@@ -182,7 +182,7 @@ bool Mdct::build(int32_t maxLanes) {
     // the synthesis carries the factor 2 that restores unity gain.
     t.inverseScale = 2.0f * (isScaled ? 0.5f : float(2.0 / m));
     if (!t.window.resize(2 * n) || !t.folded.resize(n) || !t.re.resize(points) || !t.im.resize(points) ||
-        !t.spareRe.resize(points) || !t.spareIm.resize(points) || !t.twiddleRe.resize(points) ||
+        !t.twiddleRe.resize(points) ||
         !t.twiddleIm.resize(points) || !t.stageRe.resize(points) || !t.stageIm.resize(points) ||
         !t.groupStart.resize(points / 4))
         return false;

@@ -49,7 +49,6 @@ public:
         Array<uint32_t> groupStart;  // P/4: where the 4 points of the r-th first butterfly group land
         Array<float> folded;       // N: scratch
         Array<float> re, im;       // P each: the FFT's working points
-        Array<float> spareRe, spareIm;  // P each: the points before their reordering
     };
 
 private:

@@ -55,6 +55,23 @@ MDCT_INLINE typename Lanes<W>::F loadReversed(const float* p) {
     return __builtin_shuffle(load<W>(p), Lanes<W>::reverse);
 }
 
+// W complex points side by side.
+template <int W>
+struct Points {
+    typename Lanes<W>::F re, im;
+};
+
+template <int W>
+MDCT_INLINE Points<W> loadPoints(const float* re, const float* im) {
+    return {load<W>(re), load<W>(im)};
+}
+
+template <int W>
+MDCT_INLINE void storePoints(float* re, float* im, Points<W> p) {
+    store<W>(re, p.re);
+    store<W>(im, p.im);
+}
+
 // Window and fold the 2N input samples into u = (-c_r - d, a - b_r).
 template <int W>
 MDCT_INLINE void fold(const float* w, int32_t n, const float* first, const float* second, float* u) {
@@ -68,38 +85,29 @@ MDCT_INLINE void fold(const float* w, int32_t n, const float* first, const float
     }
 }
 
-// z[j] = (u[2j] + i u[n-1-2j]) * t[j], in natural order, into the spare points.
-template <int W>
-MDCT_INLINE void preTwiddle(Mdct::Tables& t, const float* u) {
-    const int32_t n = t.n, points = n / 2;
-    const float* tr = t.twiddleRe.data();
-    const float* ti = t.twiddleIm.data();
-    for (int32_t j = 0; j < points; j += W) {
-        auto a = __builtin_shuffle(load<W>(u + 2 * j), load<W>(u + 2 * j + W), Lanes<W>::evens);
-        auto b = __builtin_shuffle(load<W>(u + n - 2 * j - 2 * W), load<W>(u + n - 2 * j - W), Lanes<W>::oddsReversed);
-        auto cr = load<W>(tr + j), ci = load<W>(ti + j);
-        store<W>(t.spareRe.data() + j, a * cr - b * ci);
-        store<W>(t.spareIm.data() + j, a * ci + b * cr);
-    }
+// z[j] = (u[2j] + i u[n-1-2j]) * t[j] for the 4 points from j on.
+MDCT_INLINE Points<4> preTwiddled(const Mdct::Tables& t, const float* u, int32_t j) {
+    const int32_t n = t.n;
+    auto a = __builtin_shuffle(load<4>(u + 2 * j), load<4>(u + 2 * j + 4), Lanes<4>::evens);
+    auto b = __builtin_shuffle(load<4>(u + n - 2 * j - 8), load<4>(u + n - 2 * j - 4), Lanes<4>::oddsReversed);
+    auto cr = load<4>(t.twiddleRe.data() + j), ci = load<4>(t.twiddleIm.data() + j);
+    return {a * cr - b * ci, a * ci + b * cr};
 }
 
-// The bit-reversed reordering fused with the first two radix-2 stages
-// (rotations 1 and -i, exact). The group of 4 points at 4c takes the spare
-// points r, r + P/2, r + P/4, r + 3P/4, where r is c bit-reversed; four
-// groups are computed side by side, then transposed into place.
-MDCT_INLINE void firstStages(Mdct::Tables& t) {
+// The pre-twiddle, the bit-reversed reordering and the first two radix-2
+// stages (rotations 1 and -i, exact) in one pass. The group of 4 points at
+// 4c takes the pre-twiddled points r, r + P/2, r + P/4 and r + 3P/4, where r
+// is c bit-reversed; four groups are computed side by side, then transposed
+// into place.
+MDCT_INLINE void firstStages(Mdct::Tables& t, const float* u) {
     typedef Lanes<4>::F F;
     const int32_t points = t.n / 2, quarter = points / 4;
-    const float* xr = t.spareRe.data();
-    const float* xi = t.spareIm.data();
     const uint32_t* groupStart = t.groupStart.data();
     for (int32_t r = 0; r < quarter; r += 4) {
-        F z0r = load<4>(xr + r), z0i = load<4>(xi + r);
-        F z1r = load<4>(xr + r + 2 * quarter), z1i = load<4>(xi + r + 2 * quarter);
-        F z2r = load<4>(xr + r + quarter), z2i = load<4>(xi + r + quarter);
-        F z3r = load<4>(xr + r + 3 * quarter), z3i = load<4>(xi + r + 3 * quarter);
-        F r0r = z0r + z1r, r0i = z0i + z1i, r1r = z0r - z1r, r1i = z0i - z1i;
-        F r2r = z2r + z3r, r2i = z2i + z3i, r3r = z2r - z3r, r3i = z2i - z3i;
+        const Points<4> z0 = preTwiddled(t, u, r), z1 = preTwiddled(t, u, r + 2 * quarter);
+        const Points<4> z2 = preTwiddled(t, u, r + quarter), z3 = preTwiddled(t, u, r + 3 * quarter);
+        F r0r = z0.re + z1.re, r0i = z0.im + z1.im, r1r = z0.re - z1.re, r1i = z0.im - z1.im;
+        F r2r = z2.re + z3.re, r2i = z2.im + z3.im, r3r = z2.re - z3.re, r3i = z2.im - z3.im;
         F outRe[4] = {r0r + r2r, r1r + r3i, r0r - r2r, r1r - r3i};  // (r3 + i r3i) * -i = r3i - i r3r
         F outIm[4] = {r0i + r2i, r1i - r3r, r0i - r2i, r1i + r3r};
         for (int32_t part = 0; part < 2; ++part) {
@@ -116,23 +124,6 @@ MDCT_INLINE void firstStages(Mdct::Tables& t) {
             store<4>(target + groupStart[r + 3], __builtin_shuffle(high01, high23, back));
         }
     }
-}
-
-// W complex points side by side.
-template <int W>
-struct Points {
-    typename Lanes<W>::F re, im;
-};
-
-template <int W>
-MDCT_INLINE Points<W> loadPoints(const float* re, const float* im) {
-    return {load<W>(re), load<W>(im)};
-}
-
-template <int W>
-MDCT_INLINE void storePoints(float* re, float* im, Points<W> p) {
-    store<W>(re, p.re);
-    store<W>(im, p.im);
 }
 
 // The radix-2 butterfly: t = x * c, then x = y - t and y = y + t, in the
@@ -241,8 +232,7 @@ MDCT_INLINE void unfold(const float* w, int32_t n, const float* u, const float* 
 // The DCT-IV of N values through the N/2-point FFT.
 template <int W>
 MDCT_INLINE void dct4(Mdct::Tables& t, const float* input, float* output, float scale) {
-    preTwiddle<W>(t, input);
-    firstStages(t);
+    firstStages(t, input);
     laterStages<W>(t);
     postTwiddle<W>(t, scale, output);
 }
