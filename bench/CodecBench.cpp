@@ -151,7 +151,8 @@ int32_t blockCount() { return music().frames() / Window; }
 // The coefficients of every block and channel, as the encoder computes them.
 const std::vector<float>& allSpectra() {
     static const std::vector<float> spectra = [] {
-        std::vector<float> result(size_t(blockCount()) * Channels * Window), previous(Channels * Window), current(Window);
+        std::vector<float> result(size_t(blockCount()) * Channels * Window);
+        std::vector<float> previous(Channels * Window), current(Window);
         SharedRef<Mdct> transform(Mdct::create(Window, true));
         for (int32_t b = 0; b < blockCount(); ++b)
             for (int32_t c = 0; c < Channels; ++c) {

@@ -61,10 +61,13 @@ compare() {  # wav, title
   printf "              lame -V2       %.3f s  (%s)\n" "$(t lame)" "$(realtime "$length" "$(t lame)")"
   printf "              oggenc -q3     %.3f s  (%s)\n" "$(t oggenc)" "$(realtime "$length" "$(t oggenc)")"
   printf "              opusenc 96k    %.3f s  (%s)\n" "$(t opusenc)" "$(realtime "$length" "$(t opusenc)")"
-  echo "              Oxa is $(ratio "$fastest" "$(t oxa-compress)") times as fast as the fastest peer (target $compressTarget)"
-  printf "  decompress  Oxa            %.3f s  (%s)\n" "$(t oxa-decompress)" "$(realtime "$length" "$(t oxa-decompress)")"
+  echo "              Oxa is $(ratio "$fastest" "$(t oxa-compress)") times as fast as the fastest peer" \
+    "(target $compressTarget)"
+  printf "  decompress  Oxa            %.3f s  (%s)\n" "$(t oxa-decompress)" \
+    "$(realtime "$length" "$(t oxa-decompress)")"
   printf "              flac -d        %.3f s  (%s)\n" "$(t flac-d)" "$(realtime "$length" "$(t flac-d)")"
-  echo "              Oxa is $(ratio "$(t flac-d)" "$(t oxa-decompress)") times as fast as flac -d (target $decompressTarget)"
+  echo "              Oxa is $(ratio "$(t flac-d)" "$(t oxa-decompress)") times as fast as flac -d" \
+    "(target $decompressTarget)"
 }
 
 compare "$music/mainzik-60s.wav" "Target figures"

@@ -44,7 +44,8 @@ __attribute__((target("avx2"))) inline __m256i roundEight(const float* s) {
 int32_t writeMono(const float* row, int32_t frames, uint8_t* out) {
     int32_t f = 0;
     for (; f + 8 <= frames; f += 8)
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * f), _mm_packs_epi32(roundFour(row + f), roundFour(row + f + 4)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * f),
+                         _mm_packs_epi32(roundFour(row + f), roundFour(row + f + 4)));
     return f;
 }
 
@@ -96,10 +97,11 @@ void writeInt16Frames(const float* rows, int64_t rowStride, int32_t rowCount, in
                       uint8_t* out) {
     const int32_t used = outChannels < rowCount ? outChannels : rowCount;
     int32_t done = 0;  // frames written by a fast path
+    const float* second = rows + rowStride;
     if (outChannels == 1)
         done = hasAvx2 ? writeMonoAvx2(rows, frames, out) : writeMono(rows, frames, out);
     else if (outChannels == 2 && used == 2)
-        done = hasAvx2 ? writeStereoAvx2(rows, rows + rowStride, frames, out) : writeStereo(rows, rows + rowStride, frames, out);
+        done = hasAvx2 ? writeStereoAvx2(rows, second, frames, out) : writeStereo(rows, second, frames, out);
     const int64_t stride = int64_t(outChannels) * 2;
     for (int32_t c = 0; c < used; ++c) {
         const float* from = rows + c * rowStride;

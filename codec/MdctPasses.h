@@ -113,7 +113,7 @@ MDCT_INLINE void firstStages(Mdct::Tables& t, const float* u) {
         for (int32_t part = 0; part < 2; ++part) {
             F* o = part == 0 ? outRe : outIm;
             float* target = part == 0 ? t.re.data() : t.im.data();
-            F low01 = __builtin_shuffle(o[0], o[1], Lanes<4>::interleaveLow);   // 0: a0 b0 a1 b1
+            F low01 = __builtin_shuffle(o[0], o[1], Lanes<4>::interleaveLow);   // a0 b0 a1 b1
             F low23 = __builtin_shuffle(o[2], o[3], Lanes<4>::interleaveLow);   // c0 d0 c1 d1
             F high01 = __builtin_shuffle(o[0], o[1], Lanes<4>::interleaveHigh); // a2 b2 a3 b3
             F high23 = __builtin_shuffle(o[2], o[3], Lanes<4>::interleaveHigh);

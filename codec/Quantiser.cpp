@@ -175,7 +175,8 @@ __attribute__((target("avx2"))) int32_t Quantiser::codeEightAtATime(const float*
                                                                      _mm256_set1_epi32(BoundSlots)));
         const __m256 bound = _mm256_i32gather_ps(&bounds[0][0], slot, 4);
         count = _mm256_sub_epi32(count, _mm256_castps_si256(_mm256_cmp_ps(x, bound, _CMP_GE_OQ)));
-        const __m256 kept = _mm256_cmp_ps(_mm256_and_ps(value, magnitudeBits), _mm256_loadu_ps(keepFrom.data() + i), _CMP_GE_OQ);
+        const __m256 keep = _mm256_loadu_ps(keepFrom.data() + i);
+        const __m256 kept = _mm256_cmp_ps(_mm256_and_ps(value, magnitudeBits), keep, _CMP_GE_OQ);
         count = _mm256_and_si256(count, _mm256_castps_si256(kept));
         const __m256i negate = _mm256_sub_epi32(_mm256_setzero_si256(), sign);
         const __m256i code = _mm256_add_epi32(silence, _mm256_add_epi32(_mm256_xor_si256(count, negate), sign));

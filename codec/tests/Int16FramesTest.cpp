@@ -31,7 +31,8 @@ TEST(Int16Frames, roundHalfUpClampAndInterleaveInEveryLayout) {
                     s = random() % 3 ? specials[random() % specials.size()]
                                      : float(int32_t(random() % 140000) - 70000) / 65536.0f;  // halves of a step
                 std::vector<int16_t> out(size_t(frames) * outChannels + 1, 0x5555);
-                writeInt16Frames(rows.data(), stride, rowCount, outChannels, frames, reinterpret_cast<uint8_t*>(out.data()));
+                uint8_t* bytes = reinterpret_cast<uint8_t*>(out.data());
+                writeInt16Frames(rows.data(), stride, rowCount, outChannels, frames, bytes);
                 for (int32_t f = 0; f < frames; ++f)
                     for (int32_t c = 0; c < outChannels; ++c) {
                         const int16_t want = c < rowCount ? expected(rows[size_t(c) * stride + f]) : 0;
