@@ -14,27 +14,28 @@ namespace mdctpasses {
 
 #define MDCT_INLINE [[gnu::always_inline]] inline
 
+// The vector of W floats and the lane shuffles the passes use.
 template <int W>
 struct Lanes;
 template <>
 struct Lanes<4> {
     typedef float F __attribute__((vector_size(16)));
-    typedef int32_t I __attribute__((vector_size(16)));
-    static constexpr I reverse = {3, 2, 1, 0};
-    static constexpr I evens = {0, 2, 4, 6};
-    static constexpr I oddsReversed = {7, 5, 3, 1};
-    static constexpr I interleaveLow = {0, 4, 1, 5};
-    static constexpr I interleaveHigh = {2, 6, 3, 7};
+    MDCT_INLINE static F reverse(F a) { return __builtin_shufflevector(a, a, 3, 2, 1, 0); }
+    MDCT_INLINE static F evens(F a, F b) { return __builtin_shufflevector(a, b, 0, 2, 4, 6); }
+    MDCT_INLINE static F oddsReversed(F a, F b) { return __builtin_shufflevector(a, b, 7, 5, 3, 1); }
+    MDCT_INLINE static F interleaveLow(F a, F b) { return __builtin_shufflevector(a, b, 0, 4, 1, 5); }
+    MDCT_INLINE static F interleaveHigh(F a, F b) { return __builtin_shufflevector(a, b, 2, 6, 3, 7); }
+    MDCT_INLINE static F lowHalves(F a, F b) { return __builtin_shufflevector(a, b, 0, 1, 4, 5); }
+    MDCT_INLINE static F highHalves(F a, F b) { return __builtin_shufflevector(a, b, 2, 3, 6, 7); }
 };
 template <>
 struct Lanes<8> {
     typedef float F __attribute__((vector_size(32)));
-    typedef int32_t I __attribute__((vector_size(32)));
-    static constexpr I reverse = {7, 6, 5, 4, 3, 2, 1, 0};
-    static constexpr I evens = {0, 2, 4, 6, 8, 10, 12, 14};
-    static constexpr I oddsReversed = {15, 13, 11, 9, 7, 5, 3, 1};
-    static constexpr I interleaveLow = {0, 8, 1, 9, 2, 10, 3, 11};
-    static constexpr I interleaveHigh = {4, 12, 5, 13, 6, 14, 7, 15};
+    MDCT_INLINE static F reverse(F a) { return __builtin_shufflevector(a, a, 7, 6, 5, 4, 3, 2, 1, 0); }
+    MDCT_INLINE static F interleaveLow(F a, F b) { return __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11); }
+    MDCT_INLINE static F interleaveHigh(F a, F b) {
+        return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
+    }
 };
 
 template <int W>
@@ -52,7 +53,7 @@ MDCT_INLINE void store(float* p, typename Lanes<W>::F v) {
 // p[W - 1], ..., p[0]: the W floats ending at p + W, backwards.
 template <int W>
 MDCT_INLINE typename Lanes<W>::F loadReversed(const float* p) {
-    return __builtin_shuffle(load<W>(p), Lanes<W>::reverse);
+    return Lanes<W>::reverse(load<W>(p));
 }
 
 // W complex points side by side.
@@ -88,8 +89,8 @@ MDCT_INLINE void fold(const float* w, int32_t n, const float* first, const float
 // z[j] = (u[2j] + i u[n-1-2j]) * t[j] for the 4 points from j on.
 MDCT_INLINE Points<4> preTwiddled(const Mdct::Tables& t, const float* u, int32_t j) {
     const int32_t n = t.n;
-    auto a = __builtin_shuffle(load<4>(u + 2 * j), load<4>(u + 2 * j + 4), Lanes<4>::evens);
-    auto b = __builtin_shuffle(load<4>(u + n - 2 * j - 8), load<4>(u + n - 2 * j - 4), Lanes<4>::oddsReversed);
+    auto a = Lanes<4>::evens(load<4>(u + 2 * j), load<4>(u + 2 * j + 4));
+    auto b = Lanes<4>::oddsReversed(load<4>(u + n - 2 * j - 8), load<4>(u + n - 2 * j - 4));
     auto cr = load<4>(t.twiddleRe.data() + j), ci = load<4>(t.twiddleIm.data() + j);
     return {a * cr - b * ci, a * ci + b * cr};
 }
@@ -113,15 +114,14 @@ MDCT_INLINE void firstStages(Mdct::Tables& t, const float* u) {
         for (int32_t part = 0; part < 2; ++part) {
             F* o = part == 0 ? outRe : outIm;
             float* target = part == 0 ? t.re.data() : t.im.data();
-            F low01 = __builtin_shuffle(o[0], o[1], Lanes<4>::interleaveLow);   // a0 b0 a1 b1
-            F low23 = __builtin_shuffle(o[2], o[3], Lanes<4>::interleaveLow);   // c0 d0 c1 d1
-            F high01 = __builtin_shuffle(o[0], o[1], Lanes<4>::interleaveHigh); // a2 b2 a3 b3
-            F high23 = __builtin_shuffle(o[2], o[3], Lanes<4>::interleaveHigh);
-            constexpr Lanes<4>::I front = {0, 1, 4, 5}, back = {2, 3, 6, 7};
-            store<4>(target + groupStart[r], __builtin_shuffle(low01, low23, front));
-            store<4>(target + groupStart[r + 1], __builtin_shuffle(low01, low23, back));
-            store<4>(target + groupStart[r + 2], __builtin_shuffle(high01, high23, front));
-            store<4>(target + groupStart[r + 3], __builtin_shuffle(high01, high23, back));
+            F low01 = Lanes<4>::interleaveLow(o[0], o[1]);    // a0 b0 a1 b1
+            F low23 = Lanes<4>::interleaveLow(o[2], o[3]);    // c0 d0 c1 d1
+            F high01 = Lanes<4>::interleaveHigh(o[0], o[1]);  // a2 b2 a3 b3
+            F high23 = Lanes<4>::interleaveHigh(o[2], o[3]);
+            store<4>(target + groupStart[r], Lanes<4>::lowHalves(low01, low23));  // a0 b0 c0 d0
+            store<4>(target + groupStart[r + 1], Lanes<4>::highHalves(low01, low23));
+            store<4>(target + groupStart[r + 2], Lanes<4>::lowHalves(high01, high23));
+            store<4>(target + groupStart[r + 3], Lanes<4>::highHalves(high01, high23));
         }
     }
 }
@@ -207,8 +207,8 @@ MDCT_INLINE void postTwiddle(Mdct::Tables& t, float scale, float* out) {
     }
     for (int32_t k = 0; k < points; k += W) {
         auto even = load<W>(re + k), odd = loadReversed<W>(im + points - W - k);
-        store<W>(out + 2 * k, __builtin_shuffle(even, odd, Lanes<W>::interleaveLow));
-        store<W>(out + 2 * k + W, __builtin_shuffle(even, odd, Lanes<W>::interleaveHigh));
+        store<W>(out + 2 * k, Lanes<W>::interleaveLow(even, odd));
+        store<W>(out + 2 * k + W, Lanes<W>::interleaveHigh(even, odd));
     }
 }
 
