@@ -88,9 +88,16 @@ bool Quantiser::build(int32_t length, uint32_t rate, float athOffset, uint8_t qb
     bucketStart[2 * BucketCount] = bucketStart[2 * BucketCount + 1] = bucketStart[2 * BucketCount + 2] = 0;
 
     // Frequencies span 0 Hz to just below Nyquist; F is clamped to 16 Hz .. 16 kHz.
+    float previousKhz = -1.0f;
     for (int32_t i = 0; i < n; ++i) {
         float f = float(i) * (0.5f * float(rate)) / float(n);
         float khz = f <= 16.0f ? 0.016f : f > 16000.0f ? 16.0f : 0.001f * f;
+        if (khz == previousKhz) {  // the clamped ends (a quarter of the table at 44.1 kHz): the same again
+            ath[i] = ath[i - 1];
+            keepFrom[i] = keepFrom[i - 1];
+            continue;
+        }
+        previousKhz = khz;
         double d = double(khz) - 3.3;
         ath[i] = 3.64f * float(std::pow(double(khz), -0.8)) - 6.5f * float(std::exp(-0.6 * d * d)) +
                  0.001f * float(std::pow(double(khz), 4.0)) - 96.5f + athOffset;
@@ -115,22 +122,26 @@ bool Quantiser::build(int32_t length, uint32_t rate, float athOffset, uint8_t qb
             [m, j](float x) { return std::floor(-std::pow(double(x), 0.2) * m + 0.5) <= -j; }, guess);
     }
 
-    // The closest bounds (qbits 8, top of the range) differ by 4 %, more
-    // than a bucket spans, so one comparison after the bucket's start finds
-    // the code. Checked here all the same.
+    // Bucket b starts with the bounds at or below its lowest magnitude, the
+    // float of pattern b << BucketShift; the patterns beyond infinity are
+    // NaN and reach none. The closest bounds (qbits 8, top of the range)
+    // differ by 4 %, more than a bucket spans, so each bucket holds at most
+    // one bound and one comparison after its start finds the code. Checked
+    // here all the same.
+    constexpr int32_t infinityBucket = int32_t(0x7F800000u >> BucketShift);
     for (int32_t sign = 0; sign < 2; ++sign) {
         uint8_t* start = bucketStart.data() + sign * BucketCount;
-        for (int32_t b = 0; b < BucketCount; ++b) {
-            // Beyond infinity the patterns are NaN, which reaches no bound.
-            const float lowest = floatFromBits(uint32_t(b) << BucketShift);
-            const bool carries = b > 0 && !std::isnan(lowest);
-            uint8_t reached = carries ? start[b - 1] : 0;
-            while (lowest >= bounds[sign][reached])
-                ++reached;
-            if (carries && reached > start[b - 1] + 1)
+        int32_t reached = 0, from = 0;
+        for (; !std::isnan(bounds[sign][reached]); ++reached) {
+            const uint32_t bits = bitsOfFloat(bounds[sign][reached]);
+            const int32_t first = int32_t((bits + (1u << BucketShift) - 1) >> BucketShift);  // lowest >= bound
+            if (reached > 0 && first <= from)
                 return false;
-            start[b] = reached;
+            std::memset(start + from, reached, size_t(first - from));
+            from = first;
         }
+        std::memset(start + from, reached, size_t(infinityBucket + 1 - from));
+        std::memset(start + infinityBucket + 1, 0, size_t(BucketCount - infinityBucket - 1));
     }
     return true;
 }
