@@ -22,7 +22,7 @@ oxa="$build/Oxa"
 compressTarget=5
 decompressTarget=2
 
-peers=(lame vorbis-tools opus-tools flac sox)
+peers=(lame vorbis-tools opus-tools flac sox time)
 missing=()
 for p in "${peers[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -83,7 +83,7 @@ cputime 50 "true=/bin/true" "trivial=$work/trivial" "usage=$oxa" \
   "decompress=$oxa -f -d $work/short.oxa -o $work/x.wav" "compress=$oxa -f $work/short.wav -o $work/y.oxa" \
   >"$work/times"
 echo "start-up: CPU milliseconds per process, median of 50"
-while read -r name cpu _; do
+while read -r name cpu; do
   case $name in
     true) label="/bin/true" ;; trivial) label="trivial C++ program (g++ -O2)" ;;
     usage) label="Oxa (usage text)" ;; decompress) label="Oxa -f -d short.oxa (0.2 s)" ;;
@@ -95,9 +95,9 @@ done <"$work/times"
 # Memory does not grow with the input.
 sox "$music/mainzik-60s.wav" "$work/a10.wav" trim 0 10
 sox "$music/mainzik-60s.wav" "$work/a600.wav" repeat 9
+peakKib() { /usr/bin/time -f "%M" -o "$work/rss" "$@" >/dev/null 2>&1; cat "$work/rss"; }
 for n in 10 600; do
-  "$oxa" -f "$work/a$n.wav" -o "$work/m$n.oxa"
-  c=$(cputime 1 "c=$oxa -f $work/a$n.wav -o $work/m$n.oxa" | awk '{ print $3 }')
-  d=$(cputime 1 "d=$oxa -f -d $work/m$n.oxa -o $work/m$n.wav" | awk '{ print $3 }')
+  c=$(peakKib "$oxa" -f "$work/a$n.wav" -o "$work/m$n.oxa")
+  d=$(peakKib "$oxa" -f -d "$work/m$n.oxa" -o "$work/m$n.wav")
   echo "peak RSS for ${n} s input: compress ${c} KiB, decompress ${d} KiB"
 done
