@@ -4,7 +4,9 @@
 # second, independent player), all at 44100 Hz, 16-bit stereo, linear
 # interpolation, then prints per module the three lengths and how closely
 # ours and xmp's renderings follow openmpt123's (bench/module_metrics.py says
-# what each figure means and why the margin is 0.02).
+# what each figure means and why the margin is 0.02). Durations are compared
+# with the song length openmpt123 reports (--info): its renderings run a
+# tenth of a second past the song's end.
 #
 #   bench/compare-modules.sh [BUILD-DIR] [MODULE...]
 #
@@ -27,6 +29,7 @@ for module in "${modules[@]}"; do
   openmpt123 --quiet --render --force --samplerate 44100 --no-float --output-type wav --subsong 0 --filter 2 \
       "$work/$name" >/dev/null 2>&1 && mv "$work/$name.wav" "$work/$name.openmpt.wav" \
       || echo "$name: openmpt123 failed"
+  openmpt123 --info --subsong 0 "$module" 2>/dev/null | sed -n 's/^Duration\.*: *//p' >"$work/$name.openmpt.duration" || true
   # xmp: one pass (no -l) of sequence 0, full stereo separation as openmpt123 uses.
   xmp --quiet --nocmd --norc -d wav -f 44100 -b 16 -i linear -P 100 -z 0 -o "$work/$name.xmp.wav" \
       "$module" >/dev/null 2>&1 || echo "$name: xmp failed"
