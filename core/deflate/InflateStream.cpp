@@ -567,6 +567,20 @@ void InflateStream::decodeFast() {
         uint32_t kind = kindOf(e);
         if (kind == kindLiteral) {
             *out++ = uint8_t(valueOf(e));
+            // The codec's payload is mostly literals: two more fit the bits
+            // of this refill, and the window's spare room behind its limit.
+            static_assert(3 * maxCodeLength <= refilledBits, "three literal codes per refill");
+            static_assert(windowCapacity - windowLimit >= 3, "three literals behind the limit");
+            e = lookup(literals, literalRootBits, buffer);
+            if (kindOf(e) != kindLiteral)
+                continue;
+            consume(lengthOf(e));
+            *out++ = uint8_t(valueOf(e));
+            e = lookup(literals, literalRootBits, buffer);
+            if (kindOf(e) != kindLiteral)
+                continue;
+            consume(lengthOf(e));
+            *out++ = uint8_t(valueOf(e));
             continue;
         }
         if (kind == kindEndOfBlock) {
