@@ -10,6 +10,7 @@
 #include "core/MemoryStream.h"
 #include "modplayer/ModFormat.h"
 #include "modplayer/ModuleLoader.h"
+#include "modplayer/XmFormat.h"
 
 using namespace mod;
 
@@ -190,4 +191,24 @@ TEST(ModuleLoader, BadFormatTypesFailAndUnloadResets) {
     EXPECT_FALSE(load(module, bytes, FormatUnload));
     EXPECT_EQ(std::pair(module.formatType, module.samples.count()), std::pair(int32_t(FormatNone), 0));
     EXPECT_EQ(held->referenceCount(), 1);
+}
+
+// An untagged MOD of zeros (600-byte header, one 1024-byte pattern) whose
+// first bytes come close to an XM header: automatic detection ends in the
+// MOD loader, which takes any 600 bytes.
+TEST(ModuleLoader, NearXmHeadersEndInTheModLoader) {
+    const struct { const char* what; const char* id; uint16_t version; } cases[] = {
+        {"zeros", "", 0},
+        {"id text one byte off", "Extended Module; ", xmVersion},
+        {"an XM whose song header is broken", xmIdText, xmVersion},
+    };
+    for (const auto& c : cases) {
+        std::vector<uint8_t> bytes(1624, 0);
+        std::memcpy(bytes.data(), c.id, std::strlen(c.id));
+        bytes[xmVersionOffset] = uint8_t(c.version);
+        bytes[xmVersionOffset + 1] = uint8_t(c.version >> 8);
+        Module module;
+        EXPECT_TRUE(load(module, bytes, FormatAutomatic) && module.formatType == FormatMod) << c.what;
+        EXPECT_EQ(module.playbackMode, ModeMod15) << c.what;
+    }
 }
