@@ -1,10 +1,10 @@
-// Tests of the player and mixer lookup tables, including the period tables
-// that the 16-bit quicksort orders.
+// Tests of the player and mixer lookup tables: every entry against the
+// formula it is built from, the sorted copies, and the values that pin the
+// formulas themselves.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <vector>
 
 #include "modplayer/MixerTables.h"
@@ -18,40 +18,46 @@ int64_t rounded(double value) {
 
 }  // namespace
 
-TEST(PlayerTables, EdgeValues) {
+TEST(PlayerTables, EveryEntryFollowsItsFormula) {
     buildPlayerTables();
     buildPlayerTables();  // a second call changes nothing
     buildMixerTables();
-    const struct { const char* what; int64_t actual, expected; } cases[] = {
-        {"linear 4608", linearFrequency[4608], 8363}, {"linear 3840", linearFrequency[3840], 16726},
-        {"linear 0", linearFrequency[0], 535232}, {"linear 7744", linearFrequency[7744], 493},
-        {"reversed 0", linearFrequencyReversed[0], 493}, {"reversed 7744", linearFrequencyReversed[7744], 535232},
-        {"linear period 0", linearPeriods[0], 7680}, {"linear period 120", linearPeriods[120], 0},
-        {"linear period 127", linearPeriods[127], 0}, {"amiga note 0", amigaPeriods[0], 27392},
-        {"amiga note 11", amigaPeriods[11], 14512}, {"amiga note 48", amigaPeriods[48], 1712},
-        {"finetune 0", finetuneFactors[128], 65536},
-        {"finetune 127", finetuneFactors[255], rounded(std::pow(2.0, 127.0 / 1536) * 65536)},
-        {"finetune -128", finetuneFactors[0], rounded(std::pow(2.0, -128.0 / 1536) * 65536)},
-        {"sine256 64", waveSine256[64], 32}, {"sine256 128", waveSine256[128], 0},
-        {"sine64 16", waveSine64[16], 32}, {"sine64 48", waveSine64[48], -32},
-        {"square256 127", waveSquare256[127], 32}, {"square256 128", waveSquare256[128], -32},
-        {"square64 32", waveSquare64[32], -32}, {"ramp up 0", waveRampUp256[0], -32},
-        {"ramp up 127", waveRampUp256[127], 32}, {"ramp up 128", waveRampUp256[128], -32},
-        {"ramp down 127", waveRampDown256[127], -32}, {"ramp up 64 of 64", waveRampUp64[31], 32},
-        {"square root 0", squareRootCurve[0], 0}, {"square root 4095", squareRootCurve[4095], 16777215},
-        {"square root 1", squareRootCurve[1], rounded(std::sqrt(1 / 4095.0) * 16777215)},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.actual, c.expected) << c.what;
-    for (int p = 0; p < linearPeriodCount; ++p)  // built by octaves, so every entry is checked
+    for (int p = 0; p < linearPeriodCount; ++p) {
         ASSERT_EQ(linearFrequency[p], rounded(8363.0 * std::pow(2.0, (4608 - p) / 768.0))) << "linear " << p;
-    for (int n = 121; n < 128; ++n)
-        EXPECT_EQ(amigaPeriods[n], 27) << n;
-    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(linearFrequencyReversed[linearPeriodCount - 1 - p], linearFrequency[p]) << "reversed " << p;
+    }
+    const double amigaBase[12] = {907, 856, 808, 762, 720, 678, 640, 604, 570, 538, 508, 480};
+    for (int n = 0; n < noteCount; ++n) {
+        EXPECT_EQ(linearPeriods[n], std::max(0, 7680 - 64 * n)) << "linear period " << n;
+        double amiga = 2 * amigaBase[(n + 1) % 12] * 16 / std::pow(2.0, (n + 1) / 12);
+        EXPECT_EQ(amigaPeriods[n], amiga < 27 ? 27 : rounded(amiga)) << "Amiga period " << n;  // a deliberate floor
+    }
+    for (int f = -128; f < 128; ++f)
+        EXPECT_EQ(finetuneFactors[f + 128], rounded(std::pow(2.0, f / 1536.0) * 65536)) << "finetune " << f;
+    for (int i = 0; i < 256; ++i) {
+        int ramp = (i & 127) * 64 / 127;
+        EXPECT_EQ(waveSine256[i], rounded(std::sin(i * M_PI / 128) * 32)) << i;
+        EXPECT_EQ(waveSquare256[i], i < 128 ? 32 : -32) << i;
+        EXPECT_EQ(std::pair(waveRampUp256[i], waveRampDown256[i]), std::pair(ramp - 32, 32 - ramp)) << i;
+        EXPECT_EQ(signedByteToSample[i], uint16_t(i * 256)) << i;
+        EXPECT_EQ(unsignedByteToSample[i], uint16_t((i ^ 128) * 256)) << i;
+    }
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(waveSine64[i], rounded(std::sin(i * M_PI / 32) * 32)) << i;
+        EXPECT_EQ(waveSquare64[i], i < 32 ? 32 : -32) << i;
+        EXPECT_EQ(waveRampUp64[i], (i & 31) * 64 / 31 - 32) << i;
         EXPECT_TRUE(waveRandom64[i] >= -32 && waveRandom64[i] <= 32) << i;
-    for (int i = 1; i < 128; ++i)
-        EXPECT_EQ(waveSine256[256 - i], -waveSine256[i]) << i;
-    EXPECT_TRUE(std::is_sorted(squareRootCurve, squareRootCurve + 4096, std::less_equal<uint32_t>()));  // rising
+    }
+    for (int i = 0; i < 4096; ++i)
+        ASSERT_EQ(squareRootCurve[i], rounded(std::sqrt(i / 4095.0) * 16777215)) << "square root " << i;
+    // Values fixed independently of the formulas above.
+    const struct { int64_t actual, expected; } anchors[] = {
+        {linearFrequency[4608], 8363}, {linearFrequency[3840], 16726}, {linearFrequency[0], 535232},
+        {linearFrequency[7744], 493},  {amigaPeriods[0], 27392},      {amigaPeriods[11], 14512},
+        {amigaPeriods[48], 1712},      {finetuneFactors[128], 65536}, {waveSine256[192], -32},
+    };
+    for (const auto& anchor : anchors)
+        EXPECT_EQ(anchor.actual, anchor.expected) << &anchor - anchors;
 }
 
 TEST(PlayerTables, SortedCopiesHoldTheSameValuesAscending) {
