@@ -1,9 +1,14 @@
 // Tests of the sequencer on songs built in the test, a few rows each: what
-// it computes tick by tick for the effects that are easy to get wrong, and
-// how it moves through rows and orders and where it ends.
+// it computes tick by tick for the effects and instrument settings that are
+// easy to get wrong (MOD, S3M by both trackers' rules, XM by FT2's), how it
+// moves through rows and orders and where it ends, and the frequencies of
+// both XM period systems. Whole songs are compared with the reference player
+// by bench/compare-modules.sh; these pin the details.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
+#include <initializer_list>
 #include <random>
 #include <string>
 #include <utility>
@@ -18,7 +23,7 @@ using namespace mod;
 
 namespace {
 
-enum Observed { Period, Volume, Trigger, StartFrame, Swap };
+enum Observed { Period, Volume, Trigger, StartFrame, Swap, EnvelopeVolume, Fadeout, AutoVibrato };
 
 int32_t observe(const Channel& channel, Observed what) {
     switch (what) {
@@ -32,20 +37,26 @@ int32_t observe(const Channel& channel, Observed what) {
         return channel.output.trigger ? int32_t(channel.output.startFrame) : -1;
     case Swap:  // 1: at the loop's end; 2: at once
         return channel.output.swap ? 1 : channel.output.switchNow ? 2 : 0;
+    case EnvelopeVolume:
+        return channel.envelopeVolume;
+    case Fadeout:
+        return channel.fadeoutVolume / 1024;
+    case AutoVibrato:
+        return channel.autoVibratoOffset;
     }
     return 0;
 }
 
-// Channel 0's value on each tick of row `row` (speed 6).
-std::vector<int32_t> ticksOfRow(const Module& module, int32_t row, Observed what) {
+// Channel 0's value on `count` ticks from the start of row `row` (speed 6).
+std::vector<int32_t> ticksFrom(const Module& module, int32_t row, size_t count, Observed what) {
     Sequencer sequencer;
     EXPECT_TRUE(sequencer.start(module, 0));
     std::vector<int32_t> values;
-    while (values.size() < 6) {
+    while (values.size() < count) {
         int32_t playing = sequencer.row();
-        if (playing > row || !sequencer.playTick())
+        if (!sequencer.playTick())
             break;
-        if (playing == row)
+        if (playing >= row)
             values.push_back(observe(sequencer.channel(0), what));
     }
     return values;
@@ -61,260 +72,178 @@ int32_t amiga(int32_t note) {
 // S3M periods count sixteenths of a quarter period: C-4 at 8363 Hz is 1712 * 16.
 constexpr int32_t st3C4 = 1712 * 16;
 
-void impulseTrackerRules(SongBuilder& b) { b.module.trackerName = "Impulse Tracker 2.14"; }
+Envelope envelope(std::initializer_list<std::pair<int, int>> points, uint8_t flags, uint8_t sustain = 0,
+                  uint8_t loopStart = 0, uint8_t loopEnd = 0) {
+    Envelope result;
+    for (auto [position, value] : points)
+        result.points.add({uint16_t(position), int16_t(value)});
+    result.flags = flags;
+    result.sustainPoint = sustain;
+    result.loopStartPoint = loopStart;
+    result.loopEndPoint = loopEnd;
+    return result;
+}
+
+using SongChange = std::function<void(SongBuilder&)>;
+
+void impulseTracker(SongBuilder& b) { b.module.trackerName = "Impulse Tracker 2.14"; }
+void fastVolumeSlides(SongBuilder& b) { b.module.fastVolumeSlides = 1; }
+void sampleAt11200Hz(SongBuilder& b) { b.sample(64, 255, 0, 0, 0, {}, 11200); }  // instrument 3
+
+// A cell of channel 0 in pattern 0.
+struct Cell {
+    int32_t row;
+    uint8_t note, instrument, effect = 0, parameter = 0, volume = 0;
+};
 
 }  // namespace
 
 TEST(Sequencer, EffectsTickByTick) {
-    using Setup = std::function<void(SongBuilder&)>;
+    const uint8_t _ = noNote, E = EffectExtended, S = EffectS3mExtended;
     const struct {
         const char* what;
         int32_t format;
-        Setup setup;
-        int32_t row;
+        std::vector<Cell> cells;
+        int32_t row;  // the first observed
         Observed observed;
         std::vector<int32_t> expected;
+        SongChange setup = nullptr;
     } cases[] = {
-        {"arpeggio: base, +x, +y from the row's start", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectArpeggio, 0x37); }, 0, Period,
+        {"arpeggio: base, +x, +y from the row's start", FormatMod, {{0, c4, 1, EffectArpeggio, 0x37}}, 0, Period,
          {1712, amiga(51), amiga(55), 1712, amiga(51), amiga(55)}},
-        {"XM arpeggio counts its ticks down from the speed", FormatXm,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectArpeggio, 0x37); }, 0, Period,
+        {"XM arpeggio counts its ticks down from the speed", FormatXm, {{0, c4, 1, EffectArpeggio, 0x37}}, 0, Period,
          {4608, 4608 - 7 * 64, 4608 - 3 * 64, 4608, 4608 - 7 * 64, 4608 - 3 * 64}},
-        {"portamento up: 4 units a step after the first tick", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectPortamentoUp, 0x10); }, 0, Period,
-         {1712, 1648, 1584, 1520, 1456, 1392}},
-        {"portamento up stops at ProTracker's B-3", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, 71, 1, EffectPortamentoUp, 0x01); }, 0, Period,
+        {"portamento up: 4 units a step after the first tick", FormatMod, {{0, c4, 1, EffectPortamentoUp, 0x10}}, 0,
+         Period, {1712, 1648, 1584, 1520, 1456, 1392}},
+        {"portamento up stops at ProTracker's B-3", FormatMod, {{0, 71, 1, EffectPortamentoUp, 0x01}}, 0, Period,
          {amiga(71), 452, 452, 452, 452, 452}},
-        {"tone portamento stops on its target", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4);
-             b.note(0, 1, 0, c4 + 2, 0, EffectTonePortamento, 0x10);
-         },
+        {"tone portamento stops on its target", FormatMod, {{0, c4, 1}, {1, c4 + 2, 0, EffectTonePortamento, 0x10}},
          1, Period, {1712, 1648, 1584, amiga(50), amiga(50), amiga(50)}},
         {"tone portamento with glissando moves in semitones", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectExtended, 0x31);
-             b.note(0, 1, 0, c4 + 2, 0, EffectTonePortamento, 0x08);
-         },
-         1, Period, {1712, amiga(49), amiga(49), amiga(49), amiga(50), amiga(50)}},
+         {{0, c4, 1, E, 0x31}, {1, c4 + 2, 0, EffectTonePortamento, 0x08}}, 1, Period,
+         {1712, amiga(49), amiga(49), amiga(49), amiga(50), amiga(50)}},
         {"tone portamento memory (300)", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4 + 2, 1, EffectTonePortamento, 0x08);
-             b.note(0, 1, 0, c4, 0, EffectTonePortamento, 0x00);
-         },
-         1, Period, {amiga(50), amiga(50) + 32, amiga(50) + 64, amiga(50) + 96, amiga(50) + 128, amiga(50) + 160}},
-        {"vibrato sine: period up first, zero on the row's first tick", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectVibrato, 0x88); }, 0, Period,
-         {1712, 1712, 1712 + 45, 1712 + 63, 1712 + 45, 1712}},
-        {"vibrato ramp (E41) rises through the cycle", FormatMod,
-         [](SongBuilder& b) {
-             b.effect(0, 0, 0, EffectExtended, 0x41);
-             b.note(0, 1, 0, c4, 1, EffectVibrato, 0x88);
-         },
+         {{0, c4 + 2, 1, EffectTonePortamento, 0x08}, {1, c4, 0, EffectTonePortamento, 0x00}}, 1, Period,
+         {amiga(50), amiga(50) + 32, amiga(50) + 64, amiga(50) + 96, amiga(50) + 128, amiga(50) + 160}},
+        {"vibrato sine: period up first, zero on the row's first tick", FormatMod, {{0, c4, 1, EffectVibrato, 0x88}},
+         0, Period, {1712, 1712, 1712 + 45, 1712 + 63, 1712 + 45, 1712}},
+        {"vibrato ramp (E41) rises through the cycle", FormatMod, {{0, _, 0, E, 0x41}, {1, c4, 1, EffectVibrato, 0x88}},
          1, Period, {1712, 1712, 1712 + 15, 1712 + 31, 1712 + 47, 1712 - 63}},
-        {"vibrato square (E42)", FormatMod,
-         [](SongBuilder& b) {
-             b.effect(0, 0, 0, EffectExtended, 0x42);
-             b.note(0, 1, 0, c4, 1, EffectVibrato, 0x88);
-         },
-         1, Period, {1712, 1712 + 63, 1712 + 63, 1712 + 63, 1712 + 63, 1712 - 63}},
+        {"vibrato square (E42)", FormatMod, {{0, _, 0, E, 0x42}, {1, c4, 1, EffectVibrato, 0x88}}, 1, Period,
+         {1712, 1712 + 63, 1712 + 63, 1712 + 63, 1712 + 63, 1712 - 63}},
         {"vibrato keeps its phase across notes after E44", FormatMod,
-         [](SongBuilder& b) {
-             b.effect(0, 0, 0, EffectExtended, 0x44);
-             b.note(0, 1, 0, c4, 1, EffectVibrato, 0x88);
-             b.note(0, 2, 0, c4, 1, EffectVibrato, 0x00);
-         },
-         2, Period, {1712, 1712 - 45, 1712 - 63, 1712 - 45, 1712, 1712 + 45}},
-        {"tremolo on the volume", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectTremolo, 0x88); }, 0, Volume,
-         {32, 32, 32 + 22, 32 + 31, 32 + 22, 32}},
-        {"volume slide down", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectVolumeSlide, 0x04); }, 0, Volume,
-         {32, 28, 24, 20, 16, 12}},
-        {"volume slide: up wins over down, stops at 64", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectVolumeSlide, 0xF4); }, 0, Volume,
+         {{0, _, 0, E, 0x44}, {1, c4, 1, EffectVibrato, 0x88}, {2, c4, 1, EffectVibrato, 0x00}}, 2, Period,
+         {1712, 1712 - 45, 1712 - 63, 1712 - 45, 1712, 1712 + 45}},
+        {"volume slide: up wins over down, stops at 64", FormatMod, {{0, c4, 1, EffectVolumeSlide, 0xF4}}, 0, Volume,
          {32, 47, 62, 64, 64, 64}},
         {"XM volume slide memory (A00)", FormatXm,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectVolumeSlide, 0x02);
-             b.effect(0, 1, 0, EffectVolumeSlide, 0x00);
-         },
-         1, Volume, {22, 20, 18, 16, 14, 12}},
-        {"fine volume up once", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0xA4); }, 0, Volume,
-         {36, 36, 36, 36, 36, 36}},
-        {"note cut at tick 2", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0xC2); }, 0, Volume,
-         {32, 32, 0, 0, 0, 0}},
-        {"volume column sets the volume", FormatXm,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4);
-             b.cell(0, 0, 0).volume = volumeSetBase + 10;
-         },
-         0, Volume, {10, 10, 10, 10, 10, 10}},
-        {"note delay starts the note at its tick", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0xD3); }, 0, Trigger,
-         {0, 0, 0, 1, 0, 0}},
-        {"note delay beyond the speed never starts the note", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0xD6); }, 0, Trigger,
+         {{0, c4, 1, EffectVolumeSlide, 0x02}, {1, _, 0, EffectVolumeSlide, 0x00}}, 1, Volume,
+         {22, 20, 18, 16, 14, 12}},
+        {"note cut at tick 2", FormatMod, {{0, c4, 1, E, 0xC2}}, 0, Volume, {32, 32, 0, 0, 0, 0}},
+        {"note delay starts the note at its tick", FormatMod, {{0, c4, 1, E, 0xD3}}, 0, Trigger, {0, 0, 0, 1, 0, 0}},
+        {"note delay beyond the speed never starts the note", FormatMod, {{0, c4, 1, E, 0xD6}}, 0, Trigger,
          {0, 0, 0, 0, 0, 0}},
-        {"retrigger every 2 ticks", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0x92); }, 0, Trigger,
-         {1, 0, 1, 0, 1, 0}},
-        {"sample offset 9xx starts xx * 256 frames in", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectSampleOffset, 0x04); }, 0, StartFrame,
-         {1024, -1, -1, -1, -1, -1}},
-        {"sample offset memory (900)", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectSampleOffset, 0x03);
-             b.note(0, 1, 0, c4, 1, EffectSampleOffset, 0x00);
-         },
-         1, StartFrame, {768, -1, -1, -1, -1, -1}},
+        {"sample offset 9xx starts xx * 256 frames in", FormatMod, {{0, c4, 1, EffectSampleOffset, 0x04}}, 0,
+         StartFrame, {1024, -1, -1, -1, -1, -1}},
         {"sample offset past the end of a looped sample: the loop start", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 2, EffectSampleOffset, 0x20); }, 0, StartFrame,
-         {100, -1, -1, -1, -1, -1}},
+         {{0, c4, 2, EffectSampleOffset, 0x20}}, 0, StartFrame, {100, -1, -1, -1, -1, -1}},
         {"sample offset past the end of an unlooped sample: silence", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectSampleOffset, 0x20); }, 0, Volume,
-         {0, 0, 0, 0, 0, 0}},
-        {"finetune E5F applies to the note beside it", FormatMod,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectExtended, 0x5F); }, 0, Period,
-         {431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4}},  // ProTracker's C-2 at finetune -1
-        {"MOD: an instrument alone hands its sample to the voice", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1);
-             b.note(0, 1, 0, noNote, 2);
-         },
-         1, Swap, {1, 0, 0, 0, 0, 0}},
-        {"MOD: the same instrument alone swaps nothing", FormatMod,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1);
-             b.note(0, 1, 0, noNote, 1);
-         },
-         1, Swap, {0, 0, 0, 0, 0, 0}},
-        {"XM: an instrument alone keeps the sample", FormatXm,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1);
-             b.note(0, 1, 0, noNote, 2);
-         },
-         1, Swap, {0, 0, 0, 0, 0, 0}},
-        {"ST3: an instrument alone keeps the sample", FormatS3m,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1);
-             b.note(0, 1, 0, noNote, 2);
-         },
-         1, Swap, {0, 0, 0, 0, 0, 0}},
+         {{0, c4, 1, EffectSampleOffset, 0x20}}, 0, Volume, {0, 0, 0, 0, 0, 0}},
+        {"finetune E5F applies to the note beside it (ProTracker's C-2 at finetune -1)", FormatMod,
+         {{0, c4, 1, E, 0x5F}}, 0, Period, {431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4, 431 * 4}},
+        {"MOD: an instrument alone hands its sample to the voice", FormatMod, {{0, c4, 1}, {1, _, 2}}, 1, Swap,
+         {1, 0, 0, 0, 0, 0}},
+        {"XM: an instrument alone keeps the sample", FormatXm, {{0, c4, 1}, {1, _, 2}}, 1, Swap, {0, 0, 0, 0, 0, 0}},
         {"Impulse Tracker's S3M: an instrument alone switches the sample at once", FormatS3m,
-         [](SongBuilder& b) {
-             impulseTrackerRules(b);
-             b.note(0, 0, 0, c4, 1);
-             b.note(0, 1, 0, noNote, 2);
-         },
-         1, Swap, {2, 0, 0, 0, 0, 0}},
-        {"S3M D04 slides after the first tick", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x04); }, 0, Volume,
+         {{0, c4, 1}, {1, _, 2}}, 1, Swap, {2, 0, 0, 0, 0, 0}, impulseTracker},
+
+        {"S3M D04 slides after the first tick", FormatS3m, {{0, c4, 1, EffectS3mVolumeSlide, 0x04}}, 0, Volume,
          {32, 28, 24, 20, 16, 12}},
-        {"S3M fast volume slides act on the first tick too", FormatS3m,
-         [](SongBuilder& b) {
-             b.module.fastVolumeSlides = 1;
-             b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x04);
-         },
-         0, Volume, {28, 24, 20, 16, 12, 8}},
-        {"S3M D0F slides on every tick", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x0F); }, 0, Volume, {17, 2, 0, 0, 0, 0}},
-        {"S3M DF4 slides down once", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0xF4); }, 0, Volume,
+        {"S3M fast volume slides act on the first tick too", FormatS3m, {{0, c4, 1, EffectS3mVolumeSlide, 0x04}}, 0,
+         Volume, {28, 24, 20, 16, 12, 8}, fastVolumeSlides},
+        {"S3M D0F slides on every tick", FormatS3m, {{0, c4, 1, EffectS3mVolumeSlide, 0x0F}}, 0, Volume,
+         {17, 2, 0, 0, 0, 0}},
+        {"S3M DF4 slides down once", FormatS3m, {{0, c4, 1, EffectS3mVolumeSlide, 0xF4}}, 0, Volume,
          {28, 28, 28, 28, 28, 28}},
-        {"S3M D4F slides up once", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mVolumeSlide, 0x4F); }, 0, Volume,
-         {36, 36, 36, 36, 36, 36}},
-        {"S3M EF2: fine portamento down once", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0xF2); }, 0, Period,
+        {"S3M EF2: fine portamento down once", FormatS3m, {{0, c4, 1, EffectS3mPortamentoDown, 0xF2}}, 0, Period,
          {st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128, st3C4 + 128}},
         {"S3M EE2: extra-fine portamento, a quarter of a step", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0xE2); }, 0, Period,
+         {{0, c4, 1, EffectS3mPortamentoDown, 0xE2}}, 0, Period,
          {st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32, st3C4 + 32}},
-        {"S3M F02 after the first tick", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mPortamentoUp, 0x02); }, 0, Period,
-         {st3C4, st3C4 - 128, st3C4 - 256, st3C4 - 384, st3C4 - 512, st3C4 - 640}},
-        {"S3M portamento to period 0 cuts the note", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, 84, 1, EffectS3mPortamentoUp, 0x7F); }, 0, Volume, {32, 0, 0, 0, 0, 0}},
         {"ST3's shared memory: D00 takes the last parameter of any effect", FormatS3m,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0x40);
-             b.effect(0, 1, 0, EffectS3mVolumeSlide, 0x00);
-         },
-         1, Volume, {32, 36, 40, 44, 48, 52}},
+         {{0, c4, 1, EffectS3mPortamentoDown, 0x40}, {1, _, 0, EffectS3mVolumeSlide, 0x00}}, 1, Volume,
+         {32, 36, 40, 44, 48, 52}},
         {"Impulse Tracker's S3M: D00 takes D's own memory", FormatS3m,
-         [](SongBuilder& b) {
-             impulseTrackerRules(b);
-             b.note(0, 0, 0, c4, 1, EffectS3mPortamentoDown, 0x40);
-             b.effect(0, 1, 0, EffectS3mVolumeSlide, 0x00);
-         },
-         1, Volume, {32, 32, 32, 32, 32, 32}},
-        {"Impulse Tracker's S3M: notes in whole hertz (G-3 at 11200 Hz: 8390 Hz)", FormatS3m,
-         [](SongBuilder& b) {
-             impulseTrackerRules(b);
-             b.sample(64, 255, 0, 0, 0, {}, 11200);
-             b.note(0, 0, 0, 43, 3);
-         },
-         0, Period, {27304, 27304, 27304, 27304, 27304, 27304}},
-        {"Impulse Tracker's S3M: arpeggio on whole-hertz semitones (G-4, D-5 at 11200 Hz)", FormatS3m,
-         [](SongBuilder& b) {
-             impulseTrackerRules(b);
-             b.sample(64, 255, 0, 0, 64, {}, 11200);
-             b.note(0, 0, 0, 55, 3, EffectS3mArpeggio, 0x07);
-         },
-         0, Period, {13651, 13651, 9111, 13651, 13651, 9111}},
-        {"ST3 period of G-3 at 11200 Hz", FormatS3m,
-         [](SongBuilder& b) {
-             b.sample(64, 255, 0, 0, 0, {}, 11200);
-             b.note(0, 0, 0, 43, 3);
-         },
-         0, Period, {27232, 27232, 27232, 27232, 27232, 27232}},
+         {{0, c4, 1, EffectS3mPortamentoDown, 0x40}, {1, _, 0, EffectS3mVolumeSlide, 0x00}}, 1, Volume,
+         {32, 32, 32, 32, 32, 32}, impulseTracker},
+        {"ST3 period of G-3 at 11200 Hz", FormatS3m, {{0, 43, 3}}, 0, Period,
+         {27232, 27232, 27232, 27232, 27232, 27232}, sampleAt11200Hz},
+        {"Impulse Tracker's S3M: notes in whole hertz (G-3 at 11200 Hz: 8390 Hz)", FormatS3m, {{0, 43, 3}}, 0, Period,
+         {27304, 27304, 27304, 27304, 27304, 27304}, [](SongBuilder& b) { impulseTracker(b), sampleAt11200Hz(b); }},
         {"S3M vibrato shows where it stands on the first tick", FormatS3m,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectVibrato, 0x48);
-             b.effect(0, 1, 0, EffectVibrato, 0x00);
-         },
-         1, Period, {st3C4 + 944, st3C4 + 944, st3C4 + 720, st3C4 + 368, st3C4, st3C4 - 368}},
+         {{0, c4, 1, EffectVibrato, 0x48}, {1, _, 0, EffectVibrato, 0x00}}, 1, Period,
+         {st3C4 + 944, st3C4 + 944, st3C4 + 720, st3C4 + 368, st3C4, st3C4 - 368}},
         {"S3M glissando: the semitone reached stays after the slide", FormatS3m,
-         [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0x11);
-             b.note(0, 1, 0, c4 + 4, 0, EffectTonePortamento, 0x03);
-         },
-         2, Period, {1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16}},
-        {"S3M tremor I21: on 3 ticks, off 2", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectTremor, 0x21); }, 0, Volume, {32, 32, 32, 0, 0, 32}},
-        {"S3M retrigger Q61: every tick, volume times 5/8", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectMultiRetrigger, 0x61); }, 0, Volume,
-         {32, 20, 12, 7, 4, 2}},
+         {{0, c4, 1, S, 0x11}, {1, c4 + 4, 0, EffectTonePortamento, 0x03}}, 2, Period,
+         {1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16}},
+        {"S3M retrigger Q61: every tick, volume times 5/8", FormatS3m, {{0, c4, 1, EffectMultiRetrigger, 0x61}}, 0,
+         Volume, {32, 20, 12, 7, 4, 2}},
         {"ST3 retrigger counts the ticks of Q since the note", FormatS3m,
+         {{0, c4, 1}, {1, _, 0, EffectMultiRetrigger, 0x03}}, 1, Trigger, {0, 0, 0, 1, 0, 0}},
+
+        {"XM volume envelope holds on its sustain until key off, then goes on", FormatXm,
+         {{0, c4, 1}, {1, noteKeyOff, 0}}, 0, EnvelopeVolume, {64, 48, 32, 32, 32, 32, 24, 16, 8, 0, 0, 0},
          [](SongBuilder& b) {
-             b.note(0, 0, 0, c4, 1);
-             b.effect(0, 1, 0, EffectMultiRetrigger, 0x03);
-         },
-         1, Trigger, {0, 0, 0, 1, 0, 0}},
-        {"Impulse Tracker's retrigger counts down from its last one", FormatS3m,
+             b.module.instruments[0].volumeEnvelope =
+                 envelope({{0, 64}, {2, 32}, {6, 0}}, envelopeOn | envelopeSustain, 1);
+         }},
+        {"XM envelope loop goes back to its start on reaching its end", FormatXm, {{0, c4, 1}}, 0, EnvelopeVolume,
+         {0, 32, 64, 32, 64, 32}, [](SongBuilder& b) {
+             b.module.instruments[0].volumeEnvelope =
+                 envelope({{0, 0}, {2, 64}, {4, 0}}, envelopeOn | envelopeLoop, 0, 1, 2);
+         }},
+        {"XM sustain on the loop end holds until key off; released, the envelope leaves the loop", FormatXm,
+         {{0, c4, 1}, {1, noteKeyOff, 0}}, 0, EnvelopeVolume, {0, 32, 64, 40, 16, 16, 24, 32, 40, 48, 48, 48},
          [](SongBuilder& b) {
-             impulseTrackerRules(b);
-             b.note(0, 0, 0, c4, 1);
-             b.effect(0, 1, 0, EffectMultiRetrigger, 0x03);
-         },
-         1, Trigger, {1, 0, 0, 1, 0, 0}},
-        {"S3M SC0 cuts nothing", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0xC0); }, 0, Volume,
-         {32, 32, 32, 32, 32, 32}},
-        {"S3M SD0 never plays its cell", FormatS3m,
-         [](SongBuilder& b) { b.note(0, 0, 0, c4, 1, EffectS3mExtended, 0xD0); }, 0, Trigger, {0, 0, 0, 0, 0, 0}},
+             b.module.instruments[0].volumeEnvelope = envelope(
+                 {{0, 0}, {2, 64}, {4, 16}, {8, 48}}, envelopeOn | envelopeLoop | envelopeSustain, 2, 1, 2);
+         }},
+        {"XM fadeout after key off, twice the instrument's value of 65536 per tick", FormatXm,
+         {{0, c4, 1}, {1, noteKeyOff, 0}}, 1, Fadeout, {48, 32, 16, 0, 0, 0}, [](SongBuilder& b) {
+             b.module.instruments[0].volumeEnvelope = envelope({{0, 64}}, envelopeOn);
+             b.module.instruments[0].fadeout = 8192;
+         }},
+        {"XM key off without a volume envelope cuts the volume", FormatXm, {{0, c4, 1}, {1, noteKeyOff, 0}}, 1,
+         Volume, {0, 0, 0, 0, 0, 0}},
+        {"XM auto-vibrato sweeps its depth up over the sweep's ticks (square, rate 64)", FormatXm, {{0, c4, 1}}, 0,
+         AutoVibrato, {-2, 4, 6, -8, -8, 8}, [](SongBuilder& b) {
+             ModuleInstrument& i = b.module.instruments[0];
+             i.vibratoType = 1, i.vibratoDepth = 8, i.vibratoSweep = 4, i.vibratoRate = 64;
+         }},
+        {"XM volume column: fine slide up once, then set volume", FormatXm,
+         {{0, c4, 1, 0, 0, volumeFineUp | 4}, {1, _, 0, 0, 0, volumeSetBase + 10}}, 0, Volume,
+         {36, 36, 36, 36, 36, 36, 10, 10, 10, 10, 10, 10}},
+        {"XM volume column: tone portamento at x * 16, sharing 3xx's memory", FormatXm,
+         {{0, c4, 1}, {1, c4 + 2, 0, 0, 0, volumeTonePortamento | 2}, {2, _, 0, EffectTonePortamento, 0}}, 1, Period,
+         {4608, 4480, 4480, 4480, 4480, 4480, 4480, 4480, 4480, 4480, 4480, 4480}},
+        {"XM Rxy: retrigger every 2 ticks from the row's start", FormatXm, {{0, c4, 1, EffectMultiRetrigger, 0x02}}, 0,
+         Trigger, {1, 1, 0, 1, 0, 1}},
+        {"XM Txy: on x + 1 ticks, off y + 1, counted after the first tick", FormatXm,
+         {{0, c4, 1, EffectTremor, 0x11}}, 0, Volume, {32, 32, 32, 0, 0, 32}},
+        {"XM E90 retriggers on the first tick, E93 on every third", FormatXm,
+         {{0, c4, 1}, {1, _, 0, E, 0x90}, {2, _, 0, E, 0x93}}, 1, Trigger, {1, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0}},
     };
     for (const auto& c : cases) {
         SongBuilder builder(c.format);
         builder.sample(4096, 127);                // instrument 1: volume 32, unlooped
         builder.sample(2048, 127, 0, 100, 2000);  // instrument 2: looped
-        c.setup(builder);
-        EXPECT_EQ(ticksOfRow(builder.song(), c.row, c.observed), c.expected) << c.what;
+        if (c.setup)
+            c.setup(builder);
+        for (const Cell& cell : c.cells) {
+            builder.note(0, cell.row, 0, cell.note, cell.instrument, cell.effect, cell.parameter);
+            builder.cell(0, cell.row, 0).volume = cell.volume;
+        }
+        EXPECT_EQ(ticksFrom(builder.song(), c.row, c.expected.size(), c.observed), c.expected) << c.what;
     }
 }
 
@@ -365,7 +294,6 @@ TEST(Sequencer, RowsAndOrdersUntilTheEnd) {
     } cases[] = {
         {"a jump back to itself ends the song at the first revisit",
          [](SongBuilder& b) { b.effect(0, 3, 1, EffectPositionJump, 0); }, {0}, run(0, 0, 3)},
-        {"running past the last order ends the song", [](SongBuilder&) {}, {0, 0}, run(0, 0, 15) + run(1, 0, 15)},
         {"pattern loop: E60 marks, E62 repeats twice; replays are no revisits",
          [](SongBuilder& b) {
              b.effect(0, 1, 0, EffectExtended, 0x60);
@@ -565,4 +493,29 @@ TEST(Sequencer, GeneratedSongsRenderToTheirEnd) {
             EXPECT_NEAR(double(frames), seconds * 8000, 2.0) << "song " << song;
         }
     }
+}
+
+// C-4 plays at 8363 Hz in both systems; a relative note moves it by
+// semitones, the finetune by 1/128 semitone (in FT2's steps of 8). The
+// Amiga table's periods are ProTracker's, a little off equal temperament.
+TEST(XmPlayback, LinearAndAmigaFrequenciesAgree) {
+    const struct {
+        int32_t relativeNote, finetune;
+        double hertz;
+    } cases[] = {{0, 0, 8363.0},   {12, 0, 16726.0}, {-12, 0, 4181.5}, {0, -128, 8363.0 / std::pow(2.0, 1.0 / 12)},
+                 {0, 64, 8363.0 * std::pow(2.0, 64.0 / 1536)}, {0, 71, 8363.0 * std::pow(2.0, 64.0 / 1536)},
+                 {7, -8, 8363.0 * std::pow(2.0, 7.0 / 12 - 8.0 / 1536)}};
+    for (bool amiga : {false, true})
+        for (const auto& c : cases) {
+            SongBuilder builder(FormatXm, 2, 1, 4);
+            builder.module.usesAmigaPeriods = amiga;
+            builder.sample(4096, 255, int8_t(c.finetune), 0, 4096, {}, c.relativeNote);
+            builder.note(0, 0, 0, c4);
+            Sequencer sequencer;
+            ASSERT_TRUE(sequencer.start(builder.song(), 0));
+            ASSERT_TRUE(sequencer.playTick());
+            double hertz = double(sequencer.channel(0).output.frequency) / 65536;
+            EXPECT_NEAR(hertz, c.hertz, c.hertz * (amiga ? 0.003 : 0.0005))
+                << (amiga ? "Amiga" : "linear") << " relative " << c.relativeNote << " finetune " << c.finetune;
+        }
 }
