@@ -269,33 +269,27 @@ TEST(XmLoader, EveryFieldOfABuiltSongIsRead) {
 TEST(XmLoader, OddRecordSizesLoadAndHostileClaimsFailEarly) {
     const struct { const char* what; std::function<void(XmFileBuilder&)> change; bool loads; } cases[] = {
         {"lower-case id text", [](XmFileBuilder& b) { b.id = xmIdTextLowerCase; }, true},
-        {"song header cut after the orders used", [](XmFileBuilder& b) { b.songHeaderSize = xmOrdersOffset + 5; }, true},
-        {"song header with extra bytes", [](XmFileBuilder& b) { b.songHeaderSize = 400; }, true},
-        {"pattern headers with extra bytes", [](XmFileBuilder& b) { b.patternHeaderSize = 20; }, true},
-        {"instrument headers with extra bytes", [](XmFileBuilder& b) { b.instrumentHeaderSize = 300; }, true},
-        {"sample headers with extra bytes", [](XmFileBuilder& b) { b.sampleHeaderSize = 64; }, true},
+        {"song header cut after the orders used", [](XmFileBuilder& b) { b.songHeaderSize = xmOrdersOffset + 5; },
+         true},
+        {"every record with extra bytes", [](XmFileBuilder& b) {
+             b.songHeaderSize = 400, b.patternHeaderSize = 20, b.instrumentHeaderSize = 300, b.sampleHeaderSize = 64; },
+         true},
         {"sample header size 0 counts as 40", [](XmFileBuilder& b) { b.sampleHeaderSize = 0; }, true},
         {"version 0x0103", [](XmFileBuilder& b) { b.version = 0x0103; }, false},
-        {"version 0x0102", [](XmFileBuilder& b) { b.version = 0x0102; }, false},
         {"id text in capitals", [](XmFileBuilder& b) { b.id = "EXTENDED MODULE: "; }, false},
         {"song header size 3", [](XmFileBuilder& b) { b.songHeaderSize = 3; }, false},
         {"song header of 4 GiB", [](XmFileBuilder& b) { b.songHeaderSize = 0xFFFFFFFF; }, false},
         {"song length 257", [](XmFileBuilder& b) { b.songLength = 257; }, false},
-        {"no channels", [](XmFileBuilder& b) { b.channels = 0; }, false},
         {"65 channels", [](XmFileBuilder& b) { b.channels = 65; }, false},
-        {"65535 patterns", [](XmFileBuilder& b) { b.patterns = 65535; }, false},
         {"256 patterns, 3 stored", [](XmFileBuilder& b) { b.patterns = 256; }, false},
         {"pattern headers of 4 GiB", [](XmFileBuilder& b) { b.patternHeaderSize = 0xFFFFFFFF; }, false},
         {"257 rows", [](XmFileBuilder& b) { b.rows = 257; }, false},
         {"packed data beyond the file", [](XmFileBuilder& b) { b.packedSize = 0xFFFF; }, false},
-        {"256 instruments", [](XmFileBuilder& b) { b.instruments = 256; }, false},
         {"255 instruments, 3 stored", [](XmFileBuilder& b) { b.instruments = 255; }, false},
-        {"17 samples", [](XmFileBuilder& b) { b.sampleCount = 17; }, false},
         {"16 samples, 2 stored", [](XmFileBuilder& b) { b.sampleCount = 16; }, false},
         {"instrument header of 4 GiB", [](XmFileBuilder& b) { b.instrumentHeaderSize = 0xFFFFFFFF; }, false},
         {"instrument header size 3", [](XmFileBuilder& b) { b.instrumentHeaderSize = 3; }, false},
         {"sample headers of 4 GiB", [](XmFileBuilder& b) { b.sampleHeaderSize = 0xFFFFFFFF; }, false},
-        {"4 GiB of PCM", [](XmFileBuilder& b) { b.sampleBytes = 0xFFFFFFFF; }, false},
         {"64 MiB of PCM", [](XmFileBuilder& b) { b.sampleBytes = 64 << 20; }, false},
     };
     Module reference;
@@ -306,7 +300,7 @@ TEST(XmLoader, OddRecordSizesLoadAndHostileClaimsFailEarly) {
             c.change(b);
             Module module;
             uint64_t peakBefore = processHeap().statistics().peakAllocSize;  // our heap, outside the sanitizers
-            ASSERT_EQ(load(module, b.build(), FormatXm, 0, knowsSize), c.loads) << c.what << ", known size " << knowsSize;
+            ASSERT_EQ(load(module, b.build(), FormatXm, 0, knowsSize), c.loads) << c.what << ", sized " << knowsSize;
             EXPECT_LT(processHeap().statistics().peakAllocSize - peakBefore, 4u << 20) << c.what;
             if (!c.loads) {
                 EXPECT_EQ(module.formatType, FormatNone) << c.what;
