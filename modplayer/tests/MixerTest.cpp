@@ -5,31 +5,28 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <random>
 #include <vector>
 
 #include "modplayer/Mixer.h"
 #include "modplayer/SampleData.h"
+#include "modplayer/tests/SongBuilder.h"
 
 using namespace mod;
 
 namespace {
 
-SampleData* makeSample(int32_t channels, int32_t frames, int32_t loopStart, int32_t loopEnd, uint32_t seed) {
-    std::mt19937 random(seed);
+// Looped over [loopStart, loopEnd) when that is not empty; random frames
+// unless every sample is to be `constant`.
+SampleData* makeSample(int32_t channels, int32_t frames, int32_t loopStart, int32_t loopEnd,
+                       std::optional<int16_t> constant = {}) {
+    std::mt19937 random(7);
     std::vector<int16_t> pcm(size_t(frames) * channels);
     for (int16_t& s : pcm)
-        s = int16_t(random());
-    SampleFormat format;
-    format.channels = uint8_t(channels);
-    format.length = frames;
-    format.loopStart = loopStart;
-    format.loopEnd = loopEnd;
-    format.loopType = loopEnd > loopStart ? LoopForward : LoopNone;
-    SampleData* data = new SampleData;
-    EXPECT_TRUE(data->setData(format, pcm.data(), int32_t(pcm.size() * 2), LittleEndianSamples, 1));
-    EXPECT_TRUE(data->finalise());
-    return data;
+        s = constant ? *constant : int16_t(random());
+    int32_t loopType = loopEnd > loopStart ? LoopForward : LoopNone;
+    return finalisedSample(sampleFormat(16, uint8_t(channels), frames, loopType, loopStart, loopEnd), pcm);
 }
 
 // The mix written out one output frame at a time, straight from the
@@ -95,7 +92,7 @@ TEST(Mixer, EveryLoopMatchesThePlainReference) {
             bool vector = variant & 1, interpolate = variant & 2, ramp = variant & 4;
             int32_t outChannels = 1 + (variant >> 3 & 1), sampleChannels = 1 + (variant >> 4 & 1);
             useVectorLoops(vector);
-            SharedRef<SampleData> data = makeSample(sampleChannels, c.frames, c.loopStart, c.loopEnd, 7);
+            SharedRef<SampleData> data = makeSample(sampleChannels, c.frames, c.loopStart, c.loopEnd);
             Voice voice;
             ASSERT_TRUE(voice.start(*data, uint32_t(c.start >> 32))) << c.what;
             voice.position = c.start;
@@ -124,7 +121,7 @@ TEST(Mixer, ClipsTheSumToSixteenBits) {
 }
 
 TEST(Mixer, FadeOutStopsTheVoiceAtTheRampEnd) {
-    SharedRef<SampleData> data = makeSample(1, 1000, 0, 1000, 3);
+    SharedRef<SampleData> data = makeSample(1, 1000, 0, 1000);
     Voice voice;
     ASSERT_TRUE(voice.start(*data, 0));
     voice.step = 1ull << 32;
@@ -141,19 +138,7 @@ TEST(Mixer, FadeOutStopsTheVoiceAtTheRampEnd) {
 // ProTracker's sample swap: the queued sample's loop takes over where the
 // playing one reaches its loop end; with nothing queued the voice stops there.
 TEST(Mixer, QueuedSampleTakesOverAtTheLoopEnd) {
-    auto constant = [](int16_t value, int32_t frames, int32_t loopStart) {
-        SampleFormat format;
-        format.length = frames;
-        format.loopStart = loopStart;
-        format.loopEnd = frames;
-        format.loopType = LoopForward;
-        std::vector<int16_t> pcm(size_t(frames), value);
-        SampleData* data = new SampleData;
-        data->setData(format, pcm.data(), frames * 2, LittleEndianSamples, 1);
-        data->finalise();
-        return SharedRef<SampleData>(data);
-    };
-    SharedRef<SampleData> playing = constant(1000, 64, 0), next = constant(-2000, 30, 10);
+    SharedRef<SampleData> playing = makeSample(1, 64, 0, 64, 1000), next = makeSample(1, 30, 10, 30, -2000);
     for (bool queueSample : {true, false}) {
         Voice voice;
         ASSERT_TRUE(voice.start(*playing, 40));

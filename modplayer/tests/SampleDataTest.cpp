@@ -9,15 +9,11 @@
 
 #include "modplayer/Envelope.h"
 #include "modplayer/SampleData.h"
+#include "modplayer/tests/SongBuilder.h"
 
 using namespace mod;
 
 namespace {
-
-SampleFormat formatOf(uint8_t bits, uint8_t channels, int32_t length, int32_t loopType = LoopNone,
-                      int32_t loopStart = 0, int32_t loopEnd = 0) {
-    return SampleFormat{44100, loopStart, loopEnd, length, bits, channels, loopType};
-}
 
 std::vector<int16_t> pcmOf(const SampleData& data) {
     return std::vector<int16_t>(data.pcm.begin(), data.pcm.end());
@@ -34,11 +30,7 @@ std::vector<int16_t> runs(std::initializer_list<std::pair<int, int>> ranges) {
 
 // Finalised mono 16-bit data whose frame i holds the value i.
 SharedRef<SampleData> countingSample(int32_t frames, int32_t loopType, int32_t loopStart, int32_t loopEnd) {
-    std::vector<int16_t> values = runs({{0, frames - 1}});
-    SharedRef<SampleData> data(new SampleData());
-    EXPECT_TRUE(data->setData(formatOf(16, 1, frames, loopType, loopStart, loopEnd), values.data(), frames * 2,
-                              LittleEndianSamples, 1) && data->finalise());
-    return data;
+    return finalisedSample(sampleFormat(16, 1, frames, loopType, loopStart, loopEnd), runs({{0, frames - 1}}));
 }
 
 }  // namespace
@@ -48,13 +40,13 @@ TEST(SampleData, SetDataConvertsToSixteenBits) {
         const char* what; SampleFormat format; std::vector<uint8_t> bytes; int32_t byteOrder, signedFlag;
         std::vector<int16_t> expected;
     } cases[] = {
-        {"8-bit signed", formatOf(8, 1, 4), {0x00, 0x7F, 0x80, 0xFF}, 1, 1, {0, 32512, -32768, -256}},
-        {"8-bit unsigned", formatOf(8, 1, 3), {0x80, 0xFF, 0x00}, 1, 0, {0, 32512, -32768}},
-        {"16-bit little", formatOf(16, 1, 2), {0x34, 0x12, 0xFF, 0xFF}, 1, 1, {0x1234, -1}},
-        {"16-bit big", formatOf(16, 1, 2), {0x12, 0x34, 0x80, 0x00}, 2, 1, {0x1234, -32768}},
-        {"16-bit unsigned", formatOf(16, 1, 2), {0x00, 0x80, 0x00, 0x00}, 1, 0, {0, -32768}},
-        {"stereo, partial frame", formatOf(16, 2, 9), {1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6}, 1, 1, {1, 2, 3, 4}},
-        {"length below the bytes", formatOf(8, 2, 1), {1, 2, 3, 4}, 1, 1, {256, 512}},
+        {"8-bit signed", sampleFormat(8, 1, 4), {0x00, 0x7F, 0x80, 0xFF}, 1, 1, {0, 32512, -32768, -256}},
+        {"8-bit unsigned", sampleFormat(8, 1, 3), {0x80, 0xFF, 0x00}, 1, 0, {0, 32512, -32768}},
+        {"16-bit little", sampleFormat(16, 1, 2), {0x34, 0x12, 0xFF, 0xFF}, 1, 1, {0x1234, -1}},
+        {"16-bit big", sampleFormat(16, 1, 2), {0x12, 0x34, 0x80, 0x00}, 2, 1, {0x1234, -32768}},
+        {"16-bit unsigned", sampleFormat(16, 1, 2), {0x00, 0x80, 0x00, 0x00}, 1, 0, {0, -32768}},
+        {"stereo, partial frame", sampleFormat(16, 2, 9), {1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6}, 1, 1, {1, 2, 3, 4}},
+        {"length below the bytes", sampleFormat(8, 2, 1), {1, 2, 3, 4}, 1, 1, {256, 512}},
     };
     for (const auto& c : cases) {
         SampleData data;
@@ -65,11 +57,12 @@ TEST(SampleData, SetDataConvertsToSixteenBits) {
     }
     uint8_t bytes[8] = {};
     SampleData data;
-    for (SampleFormat format : {formatOf(12, 1, 4), formatOf(16, 3, 4), formatOf(16, 0, 4), formatOf(8, 1, -1)})
+    for (SampleFormat format :
+         {sampleFormat(12, 1, 4), sampleFormat(16, 3, 4), sampleFormat(16, 0, 4), sampleFormat(8, 1, -1)})
         EXPECT_FALSE(data.setData(format, bytes, 8, 1, 1)) << int(format.bitsPerSample) << int(format.channels);
-    EXPECT_FALSE(data.setData(formatOf(8, 1, 4), bytes, -1, 1, 1));
-    EXPECT_FALSE(data.setData(formatOf(8, 1, 4), nullptr, 4, 1, 1));
-    EXPECT_TRUE(data.setData(formatOf(8, 1, 4), nullptr, 0, 1, 1) && data.finalise());
+    EXPECT_FALSE(data.setData(sampleFormat(8, 1, 4), bytes, -1, 1, 1));
+    EXPECT_FALSE(data.setData(sampleFormat(8, 1, 4), nullptr, 4, 1, 1));
+    EXPECT_TRUE(data.setData(sampleFormat(8, 1, 4), nullptr, 0, 1, 1) && data.finalise());
     EXPECT_EQ(data.length, 0u);
 }
 
@@ -95,11 +88,9 @@ TEST(SampleData, FinaliseRepairsAndUnrollsLoops) {
         EXPECT_EQ(pcmOf(*data), c.pcm) << c.what;
         EXPECT_TRUE(data->finalise() && pcmOf(*data) == c.pcm) << c.what << " (finalised twice)";
     }
-    const int16_t stereo[] = {0, 100, 1, 101, 2, 102, 3, 103};
-    SampleData data;
-    ASSERT_TRUE(data.setData(formatOf(16, 2, 4, LoopPingPong, 1, 3), stereo, sizeof stereo, LittleEndianSamples, 1));
-    ASSERT_TRUE(data.finalise());
-    EXPECT_EQ(pcmOf(data), (std::vector<int16_t>{0, 100, 1, 101, 2, 102, 2, 102, 1, 101, 1, 101}));
+    SharedRef<SampleData> stereo =
+        finalisedSample(sampleFormat(16, 2, 4, LoopPingPong, 1, 3), {0, 100, 1, 101, 2, 102, 3, 103});
+    EXPECT_EQ(pcmOf(*stereo), (std::vector<int16_t>{0, 100, 1, 101, 2, 102, 2, 102, 1, 101, 1, 101}));
 }
 
 TEST(SampleData, WrapPosition) {

@@ -1,7 +1,10 @@
 // SongBuilder: test-only helper that builds a Module in memory, shaped as a
 // MOD, S3M or XM loader would leave it: a few patterns of cells, one
-// instrument per sample, and the sub-song scan run at the end.
+// instrument per sample, and the sub-song scan run at the end. Also the
+// sample data it and the sample and mixer tests build.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <vector>
@@ -11,6 +14,19 @@
 #include "modplayer/SampleData.h"
 
 namespace mod {
+
+inline SampleFormat sampleFormat(uint8_t bits, uint8_t channels, int32_t length, int32_t loopType = LoopNone,
+                                 int32_t loopStart = 0, int32_t loopEnd = 0) {
+    return SampleFormat{44100, loopStart, loopEnd, length, bits, channels, loopType};
+}
+
+// Finalised data of `pcm`, 16-bit interleaved frames laid out as `format` says.
+inline SampleData* finalisedSample(const SampleFormat& format, const std::vector<int16_t>& pcm) {
+    SampleData* data = new SampleData;
+    EXPECT_TRUE(data->setData(format, pcm.data(), int32_t(pcm.size() * 2), LittleEndianSamples, 1));
+    EXPECT_TRUE(data->finalise());
+    return data;
+}
 
 struct SongBuilder {
     Module module;
@@ -58,16 +74,9 @@ struct SongBuilder {
         if (pcm.empty())
             for (int32_t i = 0; i < frames; ++i)
                 pcm.push_back(int16_t(i * 16));
-        SampleFormat format;
-        format.length = frames;
-        format.loopStart = loopStart;
-        format.loopEnd = loopEnd;
-        format.loopType = loopEnd > loopStart ? LoopForward : LoopNone;
-        SampleData* data = new SampleData;
-        data->setData(format, pcm.data(), int32_t(pcm.size() * 2), LittleEndianSamples, 1);
-        data->finalise();
         ModuleSample entry;
-        entry.data = data;
+        entry.data = finalisedSample(
+            sampleFormat(16, 1, frames, loopEnd > loopStart ? LoopForward : LoopNone, loopStart, loopEnd), pcm);
         entry.volume = volume;
         entry.finetune = finetune;
         entry.extraA = extraA;
