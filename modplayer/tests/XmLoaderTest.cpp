@@ -280,6 +280,7 @@ TEST(XmLoader, OddRecordSizesLoadAndHostileClaimsFailEarly) {
         {"song header size 3", [](XmFileBuilder& b) { b.songHeaderSize = 3; }, false},
         {"song header of 4 GiB", [](XmFileBuilder& b) { b.songHeaderSize = 0xFFFFFFFF; }, false},
         {"song length 257", [](XmFileBuilder& b) { b.songLength = 257; }, false},
+        {"no channels", [](XmFileBuilder& b) { b.channels = 0; }, false},
         {"65 channels", [](XmFileBuilder& b) { b.channels = 65; }, false},
         {"256 patterns, 3 stored", [](XmFileBuilder& b) { b.patterns = 256; }, false},
         {"pattern headers of 4 GiB", [](XmFileBuilder& b) { b.patternHeaderSize = 0xFFFFFFFF; }, false},
