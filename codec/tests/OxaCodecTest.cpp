@@ -109,16 +109,14 @@ TEST(OxaCodec, streamBytesFollowTheFormat) {
 }
 
 // Every code byte and peak the encoder wrote, recomputed from the input with
-// the plain formulas. On the coefficients of the plain transform (the
-// algorithm the fast one reproduces bit for bit) every byte must match. The
-// direct sum in double rounds differently from the FFT, which may move a
-// coefficient lying within a few ULPs of a decision bound; such flips are
-// counted and must stay rare.
+// the plain formulas on the coefficients of the plain transform (the
+// algorithm the fast one reproduces bit for bit): the blocks' framing of the
+// input, its scaling and zero padding, and the threshold's rate and offset
+// must all be the encoder's.
 TEST(OxaCodec, codeBytesEqualThePlainEvaluation) {
     struct Case { int32_t window; uint8_t qbits; float ath; float gain; int32_t blocks; };
     const Case cases[] = {{256, 5, 0, 1, 40}, {256, 8, 10, 0.05f, 40}, {2048, 5, -20, 1, 6}, {2048, 8, 0, 1, 6},
                           {64, 2, 0, 0.3f, 100}, {2, 6, -100, 1, 400}, {1024, 7, 30, 1, 8}};
-    int64_t codes = 0, flips = 0;
     for (const Case& c : cases) {
         const int32_t n = c.window, frames = n * c.blocks - (n + 2) / 3;
         std::vector<int16_t> pcm = musicLikeSignal(frames, 2, 44100, uint32_t(n + c.qbits));
@@ -127,25 +125,17 @@ TEST(OxaCodec, codeBytesEqualThePlainEvaluation) {
         const Bytes payload = inflatePayload(encodeInt16(pcm, Settings{2, c.qbits, n, c.ath}));
         ASSERT_EQ(payload.size(), size_t(c.blocks) * 2 * (4 + n));
         const ReferenceMdct transform(n, true);
-        std::vector<float> input(2 * n), fast(n);
+        std::vector<float> input(2 * n), coefficients(n);
         for (int32_t b = 0; b < c.blocks; ++b)
             for (int32_t channel = 0; channel < 2; ++channel) {
                 for (int32_t i = 0; i < 2 * n; ++i) {
                     int64_t frame = int64_t(b - 1) * n + i;
                     input[i] = frame >= 0 && frame < frames ? pcm[frame * 2 + channel] * (1.0f / 32768) : 0.0f;
                 }
-                transform.forward(input.data(), fast.data());
+                transform.forward(input.data(), coefficients.data());
                 const auto record = payload.begin() + (size_t(b) * 2 + channel) * (4 + n);
-                const Bytes written(record, record + 4 + n);
-                ASSERT_EQ(written, plainRecord(fast.data(), n, 44100, c.ath, c.qbits)) << "window " << n << " block " << b;
-                const std::vector<double> sum = directMdct(input.data(), n);
-                const std::vector<float> direct(sum.begin(), sum.end());
-                const Bytes plain = plainRecord(direct.data(), n, 44100, c.ath, c.qbits);
-                for (int32_t k = 4; k < 4 + n; ++k)
-                    flips += plain[k] != written[k];
-                codes += n;
+                ASSERT_EQ(Bytes(record, record + 4 + n), plainRecord(coefficients.data(), n, 44100, c.ath, c.qbits))
+                    << "window " << n << " block " << b;
             }
     }
-    std::printf("    %lld of %lld codes differ from the direct-sum evaluation\n", (long long)flips, (long long)codes);
-    EXPECT_LE(flips * 10000, codes);
 }
