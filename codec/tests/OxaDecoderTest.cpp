@@ -76,7 +76,8 @@ TEST(OxaDecoder, samplesEqualThePlainDecoderAtEveryWindow) {
     for (int32_t bits = 0, window = 1; window <= 32768; ++bits, window *= 2) {
         const int32_t channels = 1 + bits % 3, frames = std::max(700, window * 2 + window / 3 + 300);
         const uint8_t qbits = uint8_t(2 + bits % 7);
-        SCOPED_TRACE(testing::Message() << "window " << window << ", q" << int(qbits) << ", " << channels << " channels");
+        SCOPED_TRACE(testing::Message() << "window " << window << ", q" << int(qbits) << ", " << channels
+                                        << " channels");
         const Bytes stream = encodeInt16(musicLikeSignal(frames, channels, 44100, uint32_t(window)),
                                          Settings{channels, qbits, window});
         const std::vector<int16_t> expected = plainDecode(stream);
