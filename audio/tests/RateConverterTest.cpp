@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "audio/LowPassFilter.h"
 #include "audio/RateConverter.h"
 #include "audio/pcm/SampleFormat.h"
 #include "audio/tests/WavBuilder.h"
@@ -36,36 +37,31 @@ TEST(RateConverter, doublingTheRateGivesMidpoints) {
     }
 }
 
-TEST(RateConverter, setUpFigures) {
-    // An oversampled rate of 0 is not checked.
+// The set-up figures. Lowering the rate costs K sub-samples through up to 8K
+// filter taps each: the taps are capped, and past the oversampling limit
+// nothing is converted and nothing is asked for. An oversampled rate of 0 is
+// not checked.
+TEST(RateConverter, setUpFiguresAndTheOversamplingLimit) {
     struct Case { uint32_t from, to; bool filtered; int32_t factor; uint32_t oversampledRate; int32_t taps; };
+    const uint32_t limit = RateConverter::MaxOversampling;
     for (const Case& c : {Case{48000, 44100, false, 2, 88200, 0}, Case{44100, 32000, true, 2, 64000, 17},
-                          Case{22050, 44100, true, 1, 0, 0}}) {
+                          Case{22050, 44100, true, 1, 0, 0},
+                          Case{8000 * limit, 8000, true, int32_t(limit), 0, LowPassFilter::MaxTaps},
+                          Case{8000 * (limit + 1), 8000, true, 1, 0, 0}}) {
+        SCOPED_TRACE(testing::Message() << c.from << " -> " << c.to);
         RateConverter converter;
         setUp(converter, Int16, 2, c.from, c.to, c.filtered);
-        EXPECT_EQ(converter.oversamplingFactor(), c.factor) << c.from << " -> " << c.to;
+        EXPECT_EQ(converter.oversamplingFactor(), c.factor);
         if (c.oversampledRate) {
-            EXPECT_EQ(converter.oversampledSampleRate(), c.oversampledRate) << c.from << " -> " << c.to;
+            EXPECT_EQ(converter.oversampledSampleRate(), c.oversampledRate);
         }
-        EXPECT_EQ(converter.filterTaps(), c.taps) << c.from << " -> " << c.to;
-    }
-}
-
-// Lowering the rate costs K sub-samples through 8K filter taps each: past
-// the limit nothing is converted and nothing is asked for.
-TEST(RateConverter, ratesTooFarApartGiveSilence) {
-    for (uint32_t factor : {RateConverter::MaxOversampling, RateConverter::MaxOversampling + 1}) {
-        RateConverter converter;
-        setUp(converter, Int16, 2, 8000 * factor, 8000, true);
-        const bool converts = factor <= RateConverter::MaxOversampling;
-        EXPECT_EQ(converter.oversamplingFactor(), converts ? int32_t(factor) : 1) << factor;
-        EXPECT_EQ(converter.inputFramesFor(10) > 0, converts) << factor;
+        EXPECT_EQ(converter.filterTaps(), c.taps);
+        const bool converts = c.from <= 8000 * limit;
+        EXPECT_EQ(converter.inputFramesFor(10) > 0, converts);
         int16_t output[20];
         std::memset(output, 0x55, sizeof output);
         converter.process(output, 10);
-        if (!converts) {
-            EXPECT_EQ(output[0] | output[19], 0) << factor;
-        }
+        EXPECT_TRUE(converts || (output[0] | output[19]) == 0);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "audio/AudioFile.h"
 #include "audio/RateConverter.h"
 #include "core/MemoryStream.h"
+#include "core/tests/support/TestSupport.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -127,13 +128,4 @@ inline Bytes convertInCalls(RateConverter& converter, const Bytes& input, int32_
         produced += n;
     }
     return output;
-}
-
-inline Bytes randomBytes(size_t n, uint32_t seed) {
-    Bytes bytes(n);
-    for (auto& b : bytes) {
-        seed = seed * 1664525u + 1013904223u;
-        b = uint8_t(seed >> 24);
-    }
-    return bytes;
 }

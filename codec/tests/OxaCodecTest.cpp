@@ -13,11 +13,10 @@
 
 TEST(OxaCodec, roundTripKeepsTimeAndLevel) {
     struct Case { int32_t window; uint8_t qbits; double minSnr; };
-    // Floors sit under the measured values printed below. Windows of 1 and 2
+    // Floors sit under the measured values printed below. (Windows of 1 and 2
     // keep almost nothing: their only coefficients sit at 0 Hz, under the
-    // threshold of hearing, and (for 2) at half the Nyquist frequency.
-    const Case cases[] = {{1, 5, -1}, {2, 5, -1}, {256, 5, 11}, {2048, 5, 15}, {8192, 5, 15},
-                          {1, 8, -1}, {2, 8, -1}, {256, 8, 13}, {2048, 8, 29}, {8192, 8, 29}};
+    // threshold of hearing, and at half the Nyquist frequency.)
+    const Case cases[] = {{256, 5, 11}, {2048, 5, 15}, {8192, 5, 15}, {256, 8, 13}, {2048, 8, 29}, {8192, 8, 29}};
     const std::vector<int16_t> pcm = musicLikeSignal(3 * 44100, 2, 44100, 1);
     for (const Case& c : cases) {
         std::vector<int16_t> decoded = decodeAll(encodeInt16(pcm, Settings{2, c.qbits, c.window}), 2);
@@ -33,7 +32,7 @@ TEST(OxaCodec, roundTripKeepsTimeAndLevel) {
         std::printf("    q%d window %5d: SNR %6.2f dB, gain %.3f\n", c.qbits, c.window, snr, cross / power);
         EXPECT_GT(snr, c.minSnr) << "q" << int(c.qbits) << " window " << c.window;
         // The power law rounds small coefficients down, which costs a few per cent.
-        EXPECT_TRUE(c.minSnr < 0 || std::fabs(cross / power - 1.0) < 0.15) << "q" << int(c.qbits) << " window " << c.window;
+        EXPECT_NEAR(cross / power, 1.0, 0.15) << "q" << int(c.qbits) << " window " << c.window;
     }
 }
 
@@ -72,9 +71,8 @@ TEST(OxaCodec, fullScaleSquareClampsAndChannelsMap) {
     }
 }
 
-// Besides the exact header and the payload's size: blocks of silence, and
-// music under a huge threshold offset, code every coefficient as H (silence
-// with peak 1.0), and decode to exact silence.
+// The exact header and the payload's size; blocks of silence decode to exact
+// silence.
 TEST(OxaCodec, streamBytesFollowTheFormat) {
     struct Case { int32_t channels; uint8_t qbits; int32_t window; int32_t frames; float ath; bool silent; };
     const Case cases[] = {{2, 5, 2048, 3 * 2048, 0, false}, {1, 8, 256, 5000, 0, false}, {3, 2, 64, 640, 0, false},
@@ -94,31 +92,23 @@ TEST(OxaCodec, streamBytesFollowTheFormat) {
         EXPECT_EQ(Bytes(stream.begin(), stream.begin() + OxaHeaderSize + 2), expected);
         const Bytes payload = inflatePayload(stream);
         ASSERT_EQ(payload.size(), size_t(blocks) * c.channels * (4 + c.window));
-        if (!c.silent && c.ath < 100)
-            continue;
-        for (size_t record = 0; record < payload.size(); record += 4 + c.window) {
-            float peak;
-            std::memcpy(&peak, &payload[record], 4);
-            EXPECT_TRUE(peak == 1.0f || !c.silent);
-            for (int32_t i = 0; i < c.window; ++i)
-                ASSERT_EQ(payload[record + 4 + i], 1 << (c.qbits - 1)) << "window " << c.window;
+        if (c.silent || c.ath > 100) {
+            EXPECT_EQ(decodeAll(stream, c.channels), std::vector<int16_t>(c.frames / c.window * c.window * c.channels));
         }
-        const std::vector<int16_t> decoded = decodeAll(stream, c.channels);
-        EXPECT_EQ(decoded, std::vector<int16_t>(c.frames / c.window * c.window * c.channels, 0));
     }
 }
 
 // Every code byte and peak the encoder wrote, recomputed from the input with
-// the plain formulas. On the coefficients of the plain transform (the
-// algorithm the fast one reproduces bit for bit) every byte must match. The
-// direct sum in double rounds differently from the FFT, which may move a
-// coefficient lying within a few ULPs of a decision bound; such flips are
-// counted and must stay rare.
+// the plain formulas on the coefficients of the plain transform (the
+// algorithm the fast one reproduces bit for bit): the blocks' framing of the
+// input, its scaling and zero padding, and the threshold's rate and offset
+// must all be the encoder's. Silence (gain 0) and music under a huge
+// threshold offset code every coefficient as H.
 TEST(OxaCodec, codeBytesEqualThePlainEvaluation) {
     struct Case { int32_t window; uint8_t qbits; float ath; float gain; int32_t blocks; };
     const Case cases[] = {{256, 5, 0, 1, 40}, {256, 8, 10, 0.05f, 40}, {2048, 5, -20, 1, 6}, {2048, 8, 0, 1, 6},
-                          {64, 2, 0, 0.3f, 100}, {2, 6, -100, 1, 400}, {1024, 7, 30, 1, 8}};
-    int64_t codes = 0, flips = 0;
+                          {64, 2, 0, 0.3f, 100}, {2, 6, -100, 1, 400}, {1024, 7, 30, 1, 8},
+                          {512, 2, 0, 0, 10},    {1, 5, 0, 0, 3000},     {2048, 5, 200, 1, 3}};
     for (const Case& c : cases) {
         const int32_t n = c.window, frames = n * c.blocks - (n + 2) / 3;
         std::vector<int16_t> pcm = musicLikeSignal(frames, 2, 44100, uint32_t(n + c.qbits));
@@ -127,25 +117,17 @@ TEST(OxaCodec, codeBytesEqualThePlainEvaluation) {
         const Bytes payload = inflatePayload(encodeInt16(pcm, Settings{2, c.qbits, n, c.ath}));
         ASSERT_EQ(payload.size(), size_t(c.blocks) * 2 * (4 + n));
         const ReferenceMdct transform(n, true);
-        std::vector<float> input(2 * n), fast(n);
+        std::vector<float> input(2 * n), coefficients(n);
         for (int32_t b = 0; b < c.blocks; ++b)
             for (int32_t channel = 0; channel < 2; ++channel) {
                 for (int32_t i = 0; i < 2 * n; ++i) {
                     int64_t frame = int64_t(b - 1) * n + i;
                     input[i] = frame >= 0 && frame < frames ? pcm[frame * 2 + channel] * (1.0f / 32768) : 0.0f;
                 }
-                transform.forward(input.data(), fast.data());
+                transform.forward(input.data(), coefficients.data());
                 const auto record = payload.begin() + (size_t(b) * 2 + channel) * (4 + n);
-                const Bytes written(record, record + 4 + n);
-                ASSERT_EQ(written, plainRecord(fast.data(), n, 44100, c.ath, c.qbits)) << "window " << n << " block " << b;
-                const std::vector<double> sum = directMdct(input.data(), n);
-                const std::vector<float> direct(sum.begin(), sum.end());
-                const Bytes plain = plainRecord(direct.data(), n, 44100, c.ath, c.qbits);
-                for (int32_t k = 4; k < 4 + n; ++k)
-                    flips += plain[k] != written[k];
-                codes += n;
+                ASSERT_EQ(Bytes(record, record + 4 + n), plainRecord(coefficients.data(), n, 44100, c.ath, c.qbits))
+                    << "window " << n << " block " << b;
             }
     }
-    std::printf("    %lld of %lld codes differ from the direct-sum evaluation\n", (long long)flips, (long long)codes);
-    EXPECT_LE(flips * 10000, codes);
 }

@@ -71,10 +71,10 @@ TEST(FileStreamTest, appendWritesAtTheEndAndKeepsThePosition) {
     EXPECT_EQ(contentOf(path), "abcde");
 }
 
-TEST(FileStreamTest, sizeKeepsPositionAndEndOfFileReadsZero) {
+TEST(FileStreamTest, sizeKeepsPositionEndOfFileReadsZeroAndTruncateCutsAtThePosition) {
     std::string dir = temporaryDirectory();
     std::string path = makeFile(dir, "data", "0123456789");
-    FileStream stream(path.c_str(), 1, 7);
+    FileStream stream(path.c_str(), 3, 7);
     ASSERT_TRUE(stream.seek(4, SeekStart));
     EXPECT_EQ(stream.size(), 10);
     EXPECT_EQ(stream.tell(), 4);
@@ -89,6 +89,9 @@ TEST(FileStreamTest, sizeKeepsPositionAndEndOfFileReadsZero) {
     EXPECT_TRUE(stream.seek(-3, SeekEnd));
     EXPECT_EQ(stream.tell(), 7);
     EXPECT_FALSE(stream.seek(-20, SeekCurrent));
+    EXPECT_TRUE(stream.seek(4, SeekStart) && stream.truncate() && stream.flush());
+    stream.close();
+    EXPECT_EQ(contentOf(path), "0123");
 }
 
 TEST(FileStreamTest, cloneOpensTheSamePathAtTheSamePosition) {
@@ -109,17 +112,6 @@ TEST(FileStreamTest, cloneOpensTheSamePathAtTheSamePosition) {
     writer.writeAll("xyz", 3);
     delete writer.clone();
     EXPECT_EQ(contentOf(path), "");
-}
-
-TEST(FileStreamTest, truncateCutsAtThePosition) {
-    std::string dir = temporaryDirectory();
-    std::string path = makeFile(dir, "data", "0123456789");
-    FileStream stream(path.c_str(), 3, 7);
-    stream.seek(4, SeekStart);
-    EXPECT_TRUE(stream.truncate());
-    EXPECT_TRUE(stream.flush());
-    stream.close();
-    EXPECT_EQ(contentOf(path), "0123");
 }
 
 TEST(FileStreamTest, closedStreamFailsQuietly) {

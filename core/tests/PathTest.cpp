@@ -3,51 +3,42 @@
 
 #include "core/String.h"
 
-TEST(PathTest, normalizePathCases) {
-    struct Case { const char* in; const char* out; } cases[] = {
-        {"a\\b\\c", "a/b/c"},
-        {"a/./b/././c", "a/b/c"},
-        {"./a", "a"},
-        {"a//b///c", "a/b/c"},
-        {"///server//share", "//server/share"},
-        {"  \"a/b/\"  ", "a/b"},
-        {"'\"x\"'", "x"},
-        {"a/b/../c", "a/c"},
-        {"../../a", "../../a"},
-        {"a/b/.", "a/b"},
-        {"/opt/tool/prog/..", "/opt/tool/"},
-        {"a/../..", ".."},
-        {"c:/x/../y", "c:/y"},
-        {"/", "/"},
-        {"", ""},
+TEST(PathTest, normalizeJoinAndSetExtension) {
+    enum Operation { Normalize, Join, SetExtension };
+    struct Case { Operation operation; const char* a; const char* b; const char* out; } cases[] = {
+        {Normalize, "a\\b\\c", "", "a/b/c"},
+        {Normalize, "a/./b/././c", "", "a/b/c"},
+        {Normalize, "./a", "", "a"},
+        {Normalize, "a//b///c", "", "a/b/c"},
+        {Normalize, "///server//share", "", "//server/share"},
+        {Normalize, "  \"a/b/\"  ", "", "a/b"},
+        {Normalize, "'\"x\"'", "", "x"},
+        {Normalize, "a/b/../c", "", "a/c"},
+        {Normalize, "../../a", "", "../../a"},
+        {Normalize, "a/b/.", "", "a/b"},
+        {Normalize, "/opt/tool/prog/..", "", "/opt/tool/"},
+        {Normalize, "a/../..", "", ".."},
+        {Normalize, "c:/x/../y", "", "c:/y"},
+        {Normalize, "/", "", "/"},
+        {Normalize, "", "", ""},
+        {Join, "", "x//y", "x/y"},
+        {Join, "dir", "file", "dir/file"},
+        {Join, "dir/", "file", "dir/file"},
+        {Join, "dir", "/file", "dir/file"},
+        {Join, "dir", "", "dir"},
+        {Join, "/opt/tool/prog", "..", "/opt/tool/"},
+        {SetExtension, "x.wav", "oxa", "x.oxa"},
+        {SetExtension, "x.wav", ".oxa", "x.oxa"},
+        {SetExtension, "song", "oxa", "song/.oxa"},
+        {SetExtension, "a.b/c", "oxa", "a.b/c/.oxa"},
+        {SetExtension, "dir/song.mix.wav", "oxa", "dir/song.mix.oxa"},
+        {SetExtension, "x.", "wav", "x.wav"},
+        {SetExtension, "c:name", "oxa", "c:name/.oxa"},
     };
-    for (const Case& c : cases)
-        EXPECT_STREQ(normalizePath(c.in).c_str(), c.out) << "input: " << c.in;
-}
-
-TEST(PathTest, joinPathCases) {
-    struct Case { const char* a; const char* b; const char* out; } cases[] = {
-        {"", "x//y", "x/y"},
-        {"dir", "file", "dir/file"},
-        {"dir/", "file", "dir/file"},
-        {"dir", "/file", "dir/file"},
-        {"dir", "", "dir"},
-        {"/opt/tool/prog", "..", "/opt/tool/"},
-    };
-    for (const Case& c : cases)
-        EXPECT_STREQ(joinPath(c.a, c.b).c_str(), c.out) << c.a << " + " << c.b;
-}
-
-TEST(PathTest, setExtensionCases) {
-    struct Case { const char* path; const char* ext; const char* out; } cases[] = {
-        {"x.wav", "oxa", "x.oxa"},
-        {"x.wav", ".oxa", "x.oxa"},
-        {"song", "oxa", "song/.oxa"},
-        {"a.b/c", "oxa", "a.b/c/.oxa"},
-        {"dir/song.mix.wav", "oxa", "dir/song.mix.oxa"},
-        {"x.", "wav", "x.wav"},
-        {"c:name", "oxa", "c:name/.oxa"},
-    };
-    for (const Case& c : cases)
-        EXPECT_STREQ(setExtension(c.path, c.ext).c_str(), c.out) << c.path;
+    for (const Case& c : cases) {
+        const String out = c.operation == Normalize ? normalizePath(c.a)
+                           : c.operation == Join    ? joinPath(c.a, c.b)
+                                                    : setExtension(c.a, c.b);
+        EXPECT_STREQ(out.c_str(), c.out) << "operation " << c.operation << " on \"" << c.a << "\", \"" << c.b << "\"";
+    }
 }

@@ -3,27 +3,22 @@
 
 #include "core/String.h"
 
-TEST(StringTest, emptyStringHasEmptyText) {
-    String empty;
-    EXPECT_STREQ(empty.c_str(), "");
-    EXPECT_EQ(empty.length(), 0);
-    EXPECT_STREQ(String("").c_str(), "");
-}
-
-TEST(StringTest, utf8RoundTripCountsCodePoints) {
-    const char* text = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xB5z";  // a é € 🎵 z
-    String s(text);
-    EXPECT_EQ(s.length(), 5);
-    EXPECT_EQ(s[1], 0xE9u);
-    EXPECT_EQ(s[3], 0x1F3B5u);
-    EXPECT_STREQ(s.c_str(), text);
-}
-
-TEST(StringTest, bytesThatAreNotUtf8SurviveTheRoundTrip) {
-    const char* latin1 = "caf\xE9 \xFF\xC3(\xED\xA0\x80\xC0\xAF";
-    String s(latin1);
-    EXPECT_EQ(s.length(), 13);
-    EXPECT_STREQ(s.c_str(), latin1);
+// Code points are counted; bytes that are not UTF-8 (Latin-1, a cut
+// sequence, a surrogate, an overlong form) come back unchanged.
+TEST(StringTest, textSurvivesTheRoundTripAndCodePointsAreCounted) {
+    struct Case { const char* text; int32_t length; } cases[] = {
+        {"", 0},
+        {"a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xB5z", 5},  // a é € 🎵 z
+        {"caf\xE9 \xFF\xC3(\xED\xA0\x80\xC0\xAF", 13},
+    };
+    for (const Case& c : cases) {
+        String s(c.text);
+        EXPECT_EQ(s.length(), c.length) << c.text;
+        EXPECT_STREQ(s.c_str(), c.text);
+    }
+    EXPECT_STREQ(String().c_str(), "");
+    EXPECT_EQ(String(cases[1].text)[1], 0xE9u);
+    EXPECT_EQ(String(cases[1].text)[3], 0x1F3B5u);
 }
 
 TEST(StringTest, copiesShareUntilModified) {

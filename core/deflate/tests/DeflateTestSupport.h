@@ -12,6 +12,7 @@
 #include "core/MemoryStream.h"
 #include "core/deflate/DeflateStream.h"
 #include "core/deflate/InflateStream.h"
+#include "core/tests/support/TestSupport.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -86,14 +87,6 @@ inline bool zlibInflate(const Bytes& compressed, int32_t framing, Bytes& out) {
 }
 
 // ---- Generated inputs (fixed seeds) ----
-
-inline Bytes randomBytes(size_t n, uint32_t seed) {
-    std::mt19937 random(seed);
-    Bytes b(n);
-    for (auto& x : b)
-        x = uint8_t(random());
-    return b;
-}
 
 inline Bytes englishLikeText(size_t n, uint32_t seed) {
     static const char* words[] = {"the ",    "quick ",  "brown ",    "fox ",    "jumps ", "over ",

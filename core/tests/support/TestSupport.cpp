@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 
 std::string corpusPath(const std::string& relative) {
     struct stat info;
@@ -35,6 +36,14 @@ std::string temporaryDirectory() {
         return "/tmp";
     createdDirectories().push_back(dir);
     return dir;
+}
+
+std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
+    std::mt19937 random(seed);
+    std::vector<uint8_t> bytes(n);
+    for (uint8_t& b : bytes)
+        b = uint8_t(random());
+    return bytes;
 }
 
 std::vector<uint8_t> readWholeFile(const std::string& path) {
