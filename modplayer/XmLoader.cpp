@@ -352,19 +352,6 @@ bool readInstrument(XmInput& input, Module& module, Array<uint8_t>& bytes) {
     return module.instruments.add(std::move(instrument));
 }
 
-// Trackers do not save empty patterns at the end of a song, yet orders may
-// name them: such orders play one empty 64-row pattern, added after the rest.
-bool addSubstitutePattern(Module& module) {
-    int32_t stored = module.patterns.count();
-    if (std::none_of(module.orders.begin(), module.orders.end(), [stored](uint16_t p) { return p >= stored; }))
-        return true;
-    ModulePattern empty;
-    if (!makeEmptyPattern(empty, 64, module.channelCount))
-        return false;
-    module.substitutePattern = stored;
-    return module.patterns.add(std::move(empty));
-}
-
 }  // namespace
 
 bool loadXm(Module& module, Stream& stream, int32_t variant) {
@@ -383,8 +370,9 @@ bool loadXm(Module& module, Stream& stream, int32_t variant) {
     for (int32_t i = word16(song + xmInstrumentCountOffset); i > 0; --i)
         if (!readInstrument(input, module, bytes))
             return false;
-    if (!addSubstitutePattern(module))
-        return false;
+    // An order naming a pattern the file does not hold (trackers leave empty
+    // patterns at the end of a song unsaved) is passed over in playback, not
+    // played as silence: substitutePattern stays -1.
     module.formatType = FormatXm;
     module.playbackMode = variant != 0 ? variant : ModeXm;
     module.scanSubsongs();

@@ -198,9 +198,9 @@ TEST(XmLoader, EveryFieldOfABuiltSongIsRead) {
     EXPECT_EQ(list(module.channelPanning), (std::vector<uint8_t>{128, 128, 128}));
     EXPECT_EQ(list(module.channelMap), (std::vector<int32_t>{0, 1, 2}));
 
-    // Packed cells, no rows, no packed data, then the empty 64-row pattern order 7 plays.
-    ASSERT_EQ(module.patterns.count(), 4);
-    EXPECT_EQ(module.substitutePattern, 3);
+    // Packed cells, no rows, no packed data; order 7 names no pattern and is passed over.
+    ASSERT_EQ(module.patterns.count(), 3);
+    EXPECT_EQ(module.substitutePattern, -1);
     using Cells = std::vector<std::tuple<int, int, int, int, int>>;
     const std::tuple<int, int, int, int, int> empty = {noNote, 0, 0, 0, 0};
     Cells expected = {
@@ -211,7 +211,6 @@ TEST(XmLoader, EveryFieldOfABuiltSongIsRead) {
     EXPECT_EQ(cellsOf(module.patterns[0]), expected);
     EXPECT_EQ(cellsOf(module.patterns[1]), Cells());
     EXPECT_EQ(cellsOf(module.patterns[2]), Cells(3 * 5, empty));
-    EXPECT_EQ(cellsOf(module.patterns[3]), Cells(3 * 64, empty));
 
     // Instruments: the volume envelope as stored, the panning one clamped to
     // 12 points that never go back, values at most 64, sustain beyond the
