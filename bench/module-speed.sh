@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # module-speed: whole-process render speed of OxaMod -o against xmp and
 # openmpt123 on the corpus modules, side by side: CPU seconds (user + sys,
-# best of 3) as times real time of the audio each one wrote. Then OxaMod's
+# from wait4, median of 5 rounds that run the three in turn, so that they
+# meet the same load) as times real time of the audio each one wrote, and
+# the same over all the modules together. Then OxaMod's
 # peak resident memory per module against the module's size and the song's
 # length, and for one module at 8 kHz and 192 kHz (24 times the frames), to
 # show that memory follows the module, not the length of what is rendered.
@@ -39,30 +41,45 @@ measure() {
   audio=$(soxi -D "$output")
 }
 
-# "123x" real time, or "n/a" for a render that failed. /usr/bin/time counts
-# in hundredths of a second: below that, only a lower bound is known.
-realtime() {
-  [[ $1 == failed ]] && { echo "n/a"; return; }
-  awk -v a="$2" -v c="$1" 'BEGIN { if (c < 0.01) printf ">%.0fx", a / 0.01; else printf "%.0fx", a / c }'
-}
+# Whole-corpus sums: audio seconds and CPU seconds per player.
+declare -A audioSum=([ours]=0 [xmp]=0 [mpt]=0) cpuSum=([ours]=0 [xmp]=0 [mpt]=0)
+add() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.6f", a + b }'; }
+times() { awk -v a="$1" -v c="$2" 'BEGIN { printf "%.0fx", (c > 0 ? a / c : 0) }'; }
 
-echo "render speed, x real time (CPU seconds of the whole process, best of 3)"
+echo "render speed, x real time (CPU seconds of the whole process, median of 5 interleaved rounds)"
 printf "%-30s %9s %9s %11s   %s\n" module OxaMod xmp openmpt123 "song seconds (ours / openmpt123)"
 declare -A memory
 for module in "${modules[@]}"; do
   name=$(basename "$module")
   cp "$module" "$work/$name"
+  # One run each for the audio lengths (and OxaMod's peak memory), then the timed rounds.
   measure "$work/ours.wav" "$oxamod" -o "$work/ours.wav" "$module"
-  ours="$(realtime "$cpu" "$audio")" ours_audio=$audio
   memory[$name]="$rss $audio $cpu"
-  measure "$work/xmp.wav" xmp --quiet --nocmd --norc -d wav -f 44100 -b 16 -i linear -P 100 -z 0 \
-      -o "$work/xmp.wav" "$module"
-  peer_xmp="$(realtime "$cpu" "$audio")"
-  measure "$work/$name.wav" openmpt123 --quiet --render --force --samplerate 44100 --no-float \
-      --output-type wav --subsong 0 --filter 2 "$work/$name"
-  peer_mpt="$(realtime "$cpu" "$audio")"
-  printf "%-30s %9s %9s %11s   %.1f / %.1f\n" "$name" "$ours" "$peer_xmp" "$peer_mpt" "$ours_audio" "$audio"
+  [[ $cpu == failed ]] && { printf "%-30s %9s\n" "$name" "n/a"; continue; }
+  declare -A seconds=([ours]=$audio)
+  xmpCommand="xmp --quiet --nocmd --norc -d wav -f 44100 -b 16 -i linear -P 100 -z 0 -o $work/xmp.wav $module"
+  mptCommand="openmpt123 --quiet --render --force --samplerate 44100 --no-float --output-type wav --subsong 0 \
+--filter 2 $work/$name"
+  $xmpCommand >/dev/null 2>&1 && seconds[xmp]=$(soxi -D "$work/xmp.wav") || { echo "$name: xmp failed"; continue; }
+  $mptCommand >/dev/null 2>&1 && seconds[mpt]=$(soxi -D "$work/$name.wav") || { echo "$name: openmpt123 failed"; continue; }
+  /usr/bin/python3 "$(dirname "$0")/cputime.py" 5 "ours=$oxamod -o $work/ours.wav $module" "xmp=$xmpCommand" \
+      "mpt=$mptCommand" >"$work/times"
+  row=()
+  for player in ours xmp mpt; do
+    cpu=$(awk -v n="$player" '$1 == n { print $2 }' "$work/times")
+    audioSum[$player]=$(add "${audioSum[$player]}" "${seconds[$player]}")
+    cpuSum[$player]=$(add "${cpuSum[$player]}" "$cpu")
+    row+=("$(times "${seconds[$player]}" "$cpu")")
+  done
+  printf "%-30s %9s %9s %11s   %.1f / %.1f\n" "$name" "${row[@]}" "${seconds[ours]}" "${seconds[mpt]}"
 done
+row=()
+for player in ours xmp mpt; do row+=("$(times "${audioSum[$player]}" "${cpuSum[$player]}")"); done
+printf "%-30s %9s %9s %11s\n" "all together" "${row[@]}"
+awk -v o="${audioSum[ours]}" -v oc="${cpuSum[ours]}" -v x="${audioSum[xmp]}" -v xc="${cpuSum[xmp]}" \
+    -v m="${audioSum[mpt]}" -v mc="${cpuSum[mpt]}" 'BEGIN {
+  ours = o / oc; best = x / xc > m / mc ? x / xc : m / mc
+  printf "OxaMod renders %.2f times as fast as the faster peer (target 1.5)\n", ours / best }'
 
 echo
 echo "OxaMod peak resident memory"
