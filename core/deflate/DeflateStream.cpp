@@ -44,12 +44,14 @@ int32_t matchesIn(DeflateStream::TokenHistory history) {
     return __builtin_popcountll(uint64_t(history)) + __builtin_popcountll(uint64_t(history >> 64));
 }
 
-// Level 9, measured on text, word salad and an executable (the payload's
-// searches are shallow and do not notice): a chain of 128 keeps them within
-// 1 % of zlib level 9's size and faster than it; a chain of 256 bought 0.4
-// to 0.7 % for 20 to 25 % more time. A nice length of 64 rather than 32
+// Level 9, measured with bench/DeflateBench.cpp: a chain of 64 rather than
+// 128 runs 5 to 11 % faster on the codec's payload of both bench tracks, at
+// the same size (the dense stretches of the payload walk the whole chain),
+// and 30 % faster on English text for 1 % more bytes (1.3 % above zlib level
+// 9's there; 0.1 % on the mixed input). A chain of 256 bought 0.4 to 0.7 % on
+// text for 20 to 25 % more time than 128. A nice length of 64 rather than 32
 // bought 0.1 % on text at no measurable cost.
-constexpr int32_t chain9 = 128;
+constexpr int32_t chain9 = 64;
 constexpr int32_t good9 = 8;
 constexpr int32_t nice9 = 64;
 
