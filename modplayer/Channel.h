@@ -11,6 +11,7 @@
 // another effect's byte unless the tracker shares it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "modplayer/ModuleInstrument.h"
@@ -121,9 +122,21 @@ struct Channel {
     int32_t portamentoTarget = 0;
     bool glissando = false;
 
-    // Volume 0..64 and this tick's tremolo (or tremor) change to it.
+    // Volume 0..64 and this tick's tremolo (or tremor) change to it. XM
+    // keeps quarter steps on top, which Rxy's divisions leave and slides
+    // carry (the reference player keeps the volume that finely); XM code
+    // changes the volume through the three calls below so that they stay
+    // right.
     int32_t volume = 0;
+    uint8_t volumeQuarters = 0;  // 0..3
     int32_t volumeOffset = 0;
+    int32_t volumeInQuarters() const { return 4 * volume + volumeQuarters; }
+    void setVolumeInQuarters(int32_t level) {
+        volume = level >> 2;
+        volumeQuarters = uint8_t(level & 3);
+    }
+    void setVolume(int32_t value) { setVolumeInQuarters(4 * value); }
+    void addVolume(int32_t steps) { setVolumeInQuarters(std::clamp(volumeInQuarters() + 4 * steps, 0, 256)); }
     uint8_t panning = 128;
 
     Oscillator vibrato;

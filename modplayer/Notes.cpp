@@ -162,10 +162,10 @@ void Sequencer::keyOff(Channel& channel) {
 // glissando, vibrato and auto-vibrato; channel panning, envelope and panbrello.
 void Sequencer::computeOutput(Channel& channel) {
     ChannelOutput& out = channel.output;
-    int64_t volume = std::clamp(channel.volume + channel.volumeOffset, 0, 64);
+    int64_t volume = std::clamp(channel.volumeInQuarters() + 4 * channel.volumeOffset, 0, 256);
     int64_t envelope = std::clamp(channel.envelopeVolume, 0, 64);
     int64_t fadeout = std::clamp(channel.fadeoutVolume, 0, 65536);
-    out.volume = channel.playing ? int32_t((volume * envelope * globalLevel * fadeout) >> 18) : 0;
+    out.volume = channel.playing ? int32_t((volume * envelope * globalLevel * fadeout) >> 20) : 0;
     out.panning = uint8_t(std::clamp(channel.panning + channel.envelopePanning + channel.s3m.panningOffset, 0, 255));
     int32_t period = channel.tickPeriod + channel.vibratoOffset + channel.autoVibratoOffset;
     out.frequency = channel.playing ? periods.frequency(period) : 0;

@@ -44,23 +44,25 @@ void setXmWaveform(Oscillator& oscillator, uint8_t code) {
     oscillator.setWaveform((code & 3) == Oscillator::Random ? uint8_t((code & 4) | Oscillator::Square) : code);
 }
 
-// Rxy's volume change x, applied on each retrigger.
-int32_t retriggeredVolume(int32_t volume, uint8_t change) {
+// Rxy's volume change x, applied on each retrigger, in quarter steps (0..256):
+// the reference player divides at that resolution, 6 by 10/16 rather than
+// FT2's 11/16 of whole steps, and the quarters left over stay.
+int32_t retriggeredLevel(int32_t level, uint8_t change) {
     switch (change) {
     case 0x1: case 0x2: case 0x3: case 0x4: case 0x5:
-        return volume - (1 << (change - 1));
+        return level - (4 << (change - 1));
     case 0x6:
-        return (volume >> 1) + (volume >> 3) + (volume >> 4);  // FT2's two thirds
+        return level * 10 >> 4;
     case 0x7:
-        return volume >> 1;
+        return level >> 1;
     case 0x9: case 0xA: case 0xB: case 0xC: case 0xD:
-        return volume + (1 << (change - 9));
+        return level + (4 << (change - 9));
     case 0xE:
-        return volume + (volume >> 1);
+        return level * 24 >> 4;
     case 0xF:
-        return volume * 2;
+        return level * 2;
     default:  // 0 and 8 leave it
-        return volume;
+        return level;
     }
 }
 
@@ -76,7 +78,7 @@ void Sequencer::startXmEffect(Channel& channel) {
         channel.panning = parameter;
         break;
     case EffectSetVolume:
-        channel.volume = std::min<int32_t>(parameter, 64);
+        channel.setVolume(std::min<int32_t>(parameter, 64));
         break;
     case EffectExtended:
         startXmExtended(channel, high(parameter), low(parameter));
@@ -92,7 +94,7 @@ void Sequencer::startXmEffect(Channel& channel) {
         break;
     case EffectTremor:  // a running tremor holds its phase through the first tick
         if (channel.xm.previousEffect == EffectTremor && !channel.xm.tremorOn && !channel.xm.rowInstrument)
-            channel.volumeOffset = -channel.volume;
+            channel.volumeOffset = -64;  // silent, quarters and all
         break;
     case EffectExtraFinePortamento:
         if (high(parameter) == 1)
@@ -124,14 +126,14 @@ void Sequencer::startXmExtended(Channel& channel, uint8_t command, uint8_t value
         setXmWaveform(channel.tremolo, value);
         break;
     case ExtendedFineVolumeUp:
-        channel.volume = std::min(channel.volume + remembered(memory.fineVolumeUp, value), 64);
+        channel.addVolume(remembered(memory.fineVolumeUp, value));
         break;
     case ExtendedFineVolumeDown:
-        channel.volume = std::max(channel.volume - remembered(memory.fineVolumeDown, value), 0);
+        channel.addVolume(-remembered(memory.fineVolumeDown, value));
         break;
     case ExtendedNoteCut:
         if (value == 0)
-            channel.volume = 0;
+            channel.setVolume(0);
         break;
     case ExtendedSetPanning:  // not FT2's, but the reference player takes it
         channel.panning = uint8_t(value * 17);
@@ -147,15 +149,15 @@ void Sequencer::startXmVolumeColumn(Channel& channel) {
     uint8_t command = channel.volumeCommand;
     uint8_t value = low(command);
     if (command >= volumeSetBase && command <= volumeSetBase + 64) {
-        channel.volume = command - volumeSetBase;
+        channel.setVolume(command - volumeSetBase);
         return;
     }
     switch (command & 0xF0) {
     case volumeFineDown:
-        channel.volume = std::max(channel.volume - value, 0);
+        channel.addVolume(-value);
         break;
     case volumeFineUp:
-        channel.volume = std::min(channel.volume + value, 64);
+        channel.addVolume(value);
         break;
     case volumeVibratoSpeed:
         if (value)
@@ -255,7 +257,7 @@ void Sequencer::tickXmExtended(Channel& channel, uint8_t command, uint8_t value)
         break;
     case ExtendedNoteCut:
         if (tickInRow == value)
-            channel.volume = 0;
+            channel.setVolume(0);
         break;
     case ExtendedNoteDelay:
         if (tickInRow == value)
@@ -274,10 +276,10 @@ void Sequencer::tickXmVolumeColumn(Channel& channel) {
     uint8_t value = low(command);
     switch (command & 0xF0) {
     case volumeSlideDown:
-        channel.volume = std::max(channel.volume - value, 0);
+        channel.addVolume(-value);
         break;
     case volumeSlideUp:
-        channel.volume = std::min(channel.volume + value, 64);
+        channel.addVolume(value);
         break;
     case volumeVibrato:
         if (value)
@@ -306,10 +308,7 @@ void Sequencer::slideXmPeriod(Channel& channel, int32_t delta) {
 
 // Axy: up x, else down y.
 void Sequencer::slideXmVolume(Channel& channel, uint8_t parameter) {
-    if (high(parameter))
-        channel.volume = std::min(channel.volume + high(parameter), 64);
-    else
-        channel.volume = std::max(channel.volume - low(parameter), 0);
+    channel.addVolume(high(parameter) ? high(parameter) : -low(parameter));
 }
 
 // Slides in the direction the target was set with and stops on it; from
@@ -390,7 +389,7 @@ void Sequencer::xmTremor(Channel& channel, uint8_t parameter) {
         xm.tremorCount = xm.tremorOn ? high(setting) : low(setting);
     }
     if (!xm.tremorOn)
-        channel.volumeOffset = -channel.volume;
+        channel.volumeOffset = -64;  // silent, quarters and all
 }
 
 // Rxy: every y ticks the note starts again (the envelopes go on), its
@@ -415,9 +414,9 @@ void Sequencer::xmMultiRetrigger(Channel& channel, uint8_t parameter, bool first
     }
     if (xm.retriggerCount >= ticks && (!firstTick || !hasNote)) {
         xm.retriggerCount = 0;
-        channel.volume = std::clamp(retriggeredVolume(channel.volume, change), 0, 64);
+        channel.setVolumeInQuarters(std::clamp(retriggeredLevel(channel.volumeInQuarters(), change), 0, 256));
         if (command >= volumeSetBase && command <= volumeSetBase + 64)
-            channel.volume = command - volumeSetBase;
+            channel.setVolume(command - volumeSetBase);
         else if ((command & 0xF0) == volumeSetPanning)
             channel.panning = uint8_t(low(command) << 4);
         triggerXmNote(channel, -1, 0, 0);

@@ -159,7 +159,7 @@ void Sequencer::playXmDelayedCell(Channel& channel) {
     startXmInstrument(channel);
     uint8_t command = cell.volume;
     if (command >= volumeSetBase && command <= volumeSetBase + 64)
-        channel.volume = command - volumeSetBase;
+        channel.setVolume(command - volumeSetBase);
     else if ((command & 0xF0) == volumeSetPanning && note != noteKeyOff)
         channel.panning = uint8_t((command & 0x0F) << 4);
 }
@@ -237,7 +237,7 @@ void Sequencer::startXmInstrument(Channel& channel) {
 }
 
 void Sequencer::restoreXmSampleDefaults(Channel& channel) {
-    channel.volume = channel.xm.sampleVolume;
+    channel.setVolume(channel.xm.sampleVolume);
     channel.panning = channel.xm.samplePanning;
 }
 
@@ -266,7 +266,7 @@ void Sequencer::releaseXmKey(Channel& channel) {
     channel.keyOn = false;
     const ModuleInstrument* instrument = channel.xm.playing;
     if (!instrument || !(instrument->volumeEnvelope.flags & envelopeOn))
-        channel.volume = 0;
+        channel.setVolume(0);
 }
 
 }  // namespace mod
