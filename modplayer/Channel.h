@@ -74,7 +74,7 @@ struct XmChannelState {
     int32_t retriggerCount = 0;       // ticks since the last Rxy retrigger
     int32_t tremorCount = 0;          // ticks left in the current Txy phase
     bool tremorOn = true;             // Txy phase: sound (true) or silence
-    uint8_t previousEffect = 0;       // the last row's effect (FT2 keeps a running vibrato's pitch)
+    uint8_t previousEffect = 0;       // the last row's effect (a running tremor goes on)
     uint8_t rowNote = noNote;         // the row's own note and instrument number (Rxy's first tick)
     uint8_t rowInstrument = 0;
 };

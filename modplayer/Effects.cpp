@@ -296,16 +296,18 @@ void Sequencer::tonePortamento(Channel& channel) {
     }
 }
 
-void Sequencer::applyVibrato(Channel& channel) {
+void Sequencer::applyVibrato(Channel& channel, bool moveOn) {
     // Divided, not shifted: the trackers scale the magnitude and then add or
     // subtract it, so the wave stays symmetric.
     channel.vibratoOffset = channel.vibrato.value() * channel.vibrato.depth * 255 / 1024;
-    channel.vibrato.advance();
+    if (moveOn)
+        channel.vibrato.advance();
 }
 
-void Sequencer::applyTremolo(Channel& channel) {
+void Sequencer::applyTremolo(Channel& channel, bool moveOn) {
     channel.volumeOffset = channel.tremolo.value() * channel.tremolo.depth * 255 / 2048;
-    channel.tremolo.advance();
+    if (moveOn)
+        channel.tremolo.advance();
 }
 
 // Ticks cycle through the base note, +x and +y semitones from the row's start.

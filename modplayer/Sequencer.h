@@ -133,8 +133,8 @@ private:
     void slideVolume(Channel& channel, uint8_t parameter);
     void slidePeriod(Channel& channel, int32_t delta);
     void tonePortamento(Channel& channel);
-    void applyVibrato(Channel& channel);
-    void applyTremolo(Channel& channel);
+    void applyVibrato(Channel& channel, bool moveOn = true);
+    void applyTremolo(Channel& channel, bool moveOn = true);
     void applyArpeggio(Channel& channel, uint8_t parameter);
     uint8_t remembered(uint8_t& memory, uint8_t parameter) const;
 
@@ -173,7 +173,8 @@ private:
     void slideXmVolume(Channel& channel, uint8_t parameter);
     void xmTonePortamento(Channel& channel);
     void xmArpeggio(Channel& channel, uint8_t parameter);
-    void xmTremolo(Channel& channel);
+    void xmTremolo(Channel& channel, bool moveOn);
+    void xmVibrato(Channel& channel, bool moveOn);
     void xmTremor(Channel& channel, uint8_t parameter);
     void xmMultiRetrigger(Channel& channel, uint8_t parameter, bool firstTick);
     void setXmEnvelopePosition(Channel& channel, uint8_t position);

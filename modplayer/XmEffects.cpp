@@ -7,8 +7,11 @@
 //   - a zero parameter reuses the effect's own memory for 1, 2, 5/6/A (one
 //     shared memory), E1, E2, EA, EB, H, P, R (each half), T, X1, X2; 3xx
 //     shares its speed with the volume column's Fx;
-//   - vibrato, tremolo and their volume-column forms set their speed and
-//     depth on the ticks after the first; waveform 3 is a square;
+//   - vibrato and tremolo act on every tick of their rows, the first
+//     included, where they show where the wave stands without moving it
+//     on (so the reference player renders them); the vibrato acts after
+//     the tick's retriggers, which restart its wave, as any new note does;
+//     waveform 3 is a square;
 //   - arpeggio counts the ticks down from the speed through a 16-entry
 //     table (beyond it, the third note), around the nearest semitone;
 //   - slides keep the period within 1..31999;
@@ -91,6 +94,13 @@ void Sequencer::startXmEffect(Channel& channel) {
         break;
     case EffectMultiRetrigger:
         xmMultiRetrigger(channel, parameter, true);
+        break;
+    case EffectVibrato:
+        setXmOscillator(channel.vibrato, parameter);
+        break;
+    case EffectTremolo:
+        setXmOscillator(channel.tremolo, parameter);
+        xmTremolo(channel, false);
         break;
     case EffectTremor:  // a running tremor holds its phase through the first tick
         if (channel.xm.previousEffect == EffectTremor && !channel.xm.tremorOn && !channel.xm.rowInstrument)
@@ -180,6 +190,7 @@ void Sequencer::startXmVolumeColumn(Channel& channel) {
 void Sequencer::tickXmChannel(Channel& channel) {
     tickXmVolumeColumn(channel);
     tickXmEffect(channel);
+    xmVibrato(channel, true);
 }
 
 void Sequencer::tickXmEffect(Channel& channel) {
@@ -199,21 +210,19 @@ void Sequencer::tickXmEffect(Channel& channel) {
     case EffectTonePortamento:
         xmTonePortamento(channel);
         break;
-    case EffectVibrato:
+    case EffectVibrato:  // xmVibrato does the rest
         setXmOscillator(channel.vibrato, parameter);
-        applyVibrato(channel);
         break;
     case EffectTonePortamentoVolumeSlide:
         xmTonePortamento(channel);
         slideXmVolume(channel, remembered(memory.volumeSlide, parameter));
         break;
     case EffectVibratoVolumeSlide:
-        applyVibrato(channel);
         slideXmVolume(channel, remembered(memory.volumeSlide, parameter));
         break;
     case EffectTremolo:
         setXmOscillator(channel.tremolo, parameter);
-        xmTremolo(channel);
+        xmTremolo(channel, true);
         break;
     case EffectVolumeSlide:
         slideXmVolume(channel, remembered(memory.volumeSlide, parameter));
@@ -281,10 +290,9 @@ void Sequencer::tickXmVolumeColumn(Channel& channel) {
     case volumeSlideUp:
         channel.addVolume(value);
         break;
-    case volumeVibrato:
+    case volumeVibrato:  // xmVibrato does the rest
         if (value)
             channel.vibrato.depth = value;
-        applyVibrato(channel);
         break;
     case volumePanningSlideLeft:
         channel.panning = value && channel.panning >= value ? uint8_t(channel.panning - value) : 0;
@@ -361,9 +369,18 @@ int32_t Sequencer::xmNearestNotePeriod(const Channel& channel, int32_t period, i
     return result > 0 ? result : period;
 }
 
+// 4xy, 6xy and the volume column's Vx, once a tick whichever of them the
+// row has.
+void Sequencer::xmVibrato(Channel& channel, bool moveOn) {
+    bool vibrates = channel.effect == EffectVibrato || channel.effect == EffectVibratoVolumeSlide ||
+                    (channel.volumeCommand & 0xF0) == volumeVibrato;
+    if (vibrates)
+        applyVibrato(channel, moveOn);
+}
+
 // FT2's tremolo: its ramp takes its half-cycle sign from the vibrato's
 // position (a slip FT2 has always had).
-void Sequencer::xmTremolo(Channel& channel) {
+void Sequencer::xmTremolo(Channel& channel, bool moveOn) {
     Oscillator& tremolo = channel.tremolo;
     int32_t magnitude;
     if (tremolo.waveform == Oscillator::RampDown) {
@@ -372,10 +389,11 @@ void Sequencer::xmTremolo(Channel& channel) {
             magnitude = 255 - magnitude;
         magnitude = magnitude * tremolo.depth >> 6;
         channel.volumeOffset = tremolo.position < 128 ? magnitude : -magnitude;
-        tremolo.advance();
+        if (moveOn)
+            tremolo.advance();
         return;
     }
-    applyTremolo(channel);
+    applyTremolo(channel, moveOn);
 }
 
 // Txy: on for x + 1 ticks, off for y + 1, counted only after the first tick

@@ -4,9 +4,10 @@
 //   - triggerXmNote starts the sample the instrument maps the note to, at
 //     its pitch, and keeps that sample's volume and panning as the defaults;
 //   - an instrument number restores those defaults (restoreXmSampleDefaults)
-//     and restarts the envelopes, fadeout, auto-vibrato and the vibrato,
-//     tremolo, tremor and retrigger counters (startXmInstrument), even
-//     without a note; the envelopes are those of the last note's instrument;
+//     and restarts the envelopes, fadeout, auto-vibrato and the tremor and
+//     retrigger counters (startXmInstrument), even without a note; the
+//     envelopes are those of the last note's instrument; the vibrato and
+//     tremolo waves restart with every note instead, not with the number;
 //   - a note without an instrument number plays the last number's sample
 //     and changes nothing else, not even a released key;
 //   - tone portamento (3xx, 5xy, Fx) never starts a note: its note only
@@ -24,8 +25,6 @@ namespace {
 
 constexpr int32_t xmInstrumentSlots = 128;  // numbers beyond it mean no instrument
 constexpr int32_t highestXmNote = 119;      // B-9, with the relative note added
-
-bool isVibrato(uint8_t effect) { return effect == EffectVibrato || effect == EffectVibratoVolumeSlide; }
 
 bool isPortamento(const PatternCell& cell) {
     return cell.effect == EffectTonePortamento || cell.effect == EffectTonePortamentoVolumeSlide ||
@@ -50,7 +49,6 @@ const ModuleInstrument* Sequencer::xmInstrument(int32_t number) const {
 // volume column included, until its tick; only the instrument number is
 // taken at once.
 void Sequencer::startXmRow(Channel& channel, const PatternCell& cell) {
-    bool vibratoGoesOn = isVibrato(channel.effect) && isVibrato(cell.effect);
     channel.xm.previousEffect = channel.effect;
     channel.xm.rowNote = cell.note;
     channel.xm.rowInstrument = cell.instrument;
@@ -59,9 +57,7 @@ void Sequencer::startXmRow(Channel& channel, const PatternCell& cell) {
     channel.volumeCommand = cell.volume;
     channel.noteOnRow = false;
     channel.tickPeriod = channel.period;
-    channel.volumeOffset = 0;
-    if (!vibratoGoesOn)  // FT2 holds a running vibrato's pitch on the first tick
-        channel.vibratoOffset = 0;
+    channel.volumeOffset = channel.vibratoOffset = 0;
     channel.delayTick = noteDelay(cell);
     if (channel.delayTick) {
         channel.delayedCell = cell;
@@ -71,6 +67,8 @@ void Sequencer::startXmRow(Channel& channel, const PatternCell& cell) {
         playXmCell(channel, cell);
     }
     startEffect(channel);
+    if (!channel.delayTick)  // a delayed row's vibrato waits for the ticks after the first
+        xmVibrato(channel, false);
 }
 
 // A note whose sample's relative note takes it beyond the period tables is
@@ -181,6 +179,8 @@ void Sequencer::triggerXmNote(Channel& channel, int32_t note, uint8_t effect, ui
         return;
     xm.lastNote = note;
     xm.playing = instrument;
+    channel.vibrato.noteStarted();  // every note restarts the waves; an instrument number alone does not
+    channel.tremolo.noteStarted();
     channel.instrument = instrument;
     channel.sample = sample;
     channel.noteOnRow = true;
@@ -216,8 +216,6 @@ void Sequencer::triggerXmNote(Channel& channel, int32_t note, uint8_t effect, ui
 // tick), fadeout, auto-vibrato, the key, and the effect counters.
 void Sequencer::startXmInstrument(Channel& channel) {
     XmChannelState& xm = channel.xm;
-    channel.vibrato.noteStarted();
-    channel.tremolo.noteStarted();
     xm.retriggerCount = 0;
     xm.tremorCount = 0;
     xm.tremorOn = false;
