@@ -122,11 +122,11 @@ struct Channel {
     int32_t portamentoTarget = 0;
     bool glissando = false;
 
-    // Volume 0..64 and this tick's tremolo (or tremor) change to it. XM
-    // keeps quarter steps on top, which Rxy's divisions leave and slides
-    // carry (the reference player keeps the volume that finely); XM code
-    // changes the volume through the three calls below so that they stay
-    // right.
+    // Volume 0..64 and this tick's tremolo (or tremor) change to it. XM and
+    // S3M keep quarter steps on top, which the retriggers' divisions leave
+    // and slides carry (the reference player keeps the volume that finely);
+    // their code changes the volume through the calls below so that the
+    // quarters stay right. MOD never has any.
     int32_t volume = 0;
     uint8_t volumeQuarters = 0;  // 0..3
     int32_t volumeOffset = 0;

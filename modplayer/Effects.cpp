@@ -188,7 +188,7 @@ void Sequencer::startVolumeColumn(Channel& channel) {
         return startXmVolumeColumn(channel);
     uint8_t command = channel.volumeCommand;
     if (command >= volumeSetBase && command <= volumeSetBase + 64)
-        channel.volume = command - volumeSetBase;
+        channel.setVolume(command - volumeSetBase);
     else if ((command & 0xF0) == volumeSetPanning && isS3m())
         channel.panning = uint8_t((command & 0x0F) * 17);  // the S3M loader's panning extension
 }
@@ -302,6 +302,17 @@ void Sequencer::applyVibrato(Channel& channel, bool moveOn) {
     channel.vibratoOffset = channel.vibrato.value() * channel.vibrato.depth * 255 / 1024;
     if (moveOn)
         channel.vibrato.advance();
+}
+
+// The volume change x of XM's Rxy and S3M's Qxy on each retrigger, on a
+// level in quarter steps (0..256): 1..5 take 1, 2, 4, 8, 16 steps away,
+// 9..D add them; 6, 7, E, F multiply by 10/16, 1/2, 3/2 and 2. The reference
+// player computes it so finely (FT2 takes about 2/3 of whole steps for 6)
+// and keeps the quarters left over.
+int32_t Sequencer::retriggeredLevel(int32_t level, uint8_t change) {
+    static const int8_t added[16] = {0, -1, -2, -4, -8, -16, 0, 0, 0, 1, 2, 4, 8, 16, 0, 0};
+    static const uint8_t sixteenths[16] = {16, 16, 16, 16, 16, 16, 10, 8, 16, 16, 16, 16, 16, 16, 24, 32};
+    return std::clamp(level * sixteenths[change & 15] / 16 + 4 * added[change & 15], 0, 256);
 }
 
 void Sequencer::applyTremolo(Channel& channel, bool moveOn) {

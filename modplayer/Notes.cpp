@@ -56,10 +56,10 @@ void Sequencer::selectInstrument(Channel& channel, int32_t number, int32_t note)
     channel.instrument = &module->instruments[number - 1];
     const ModuleSample* sample = sampleFor(*channel.instrument, note);
     if (!sample) {
-        channel.volume = 0;
+        channel.setVolume(0);
         return;
     }
-    channel.volume = sample->effectVolume();
+    channel.setVolume(sample->effectVolume());
     channel.finetune = sample->finetune;
     if (isS3m() && sample->extraA > 0)
         channel.c4Speed = sample->extraA;
@@ -154,7 +154,7 @@ void Sequencer::keyOff(Channel& channel) {
     channel.keyOn = false;
     bool hasEnvelope = channel.instrument && (channel.instrument->volumeEnvelope.flags & envelopeOn);
     if (!hasEnvelope)
-        channel.volume = 0;
+        channel.setVolume(0);
 }
 
 // The tick's pitch and loudness from all their parts: base volume, tremolo

@@ -178,17 +178,8 @@ void applyTremor(Channel& channel, uint8_t parameter) {
     if (ticks >= on + off)
         ticks = 0;
     if (ticks >= on)
-        channel.volumeOffset = -channel.volume;
+        channel.volumeOffset = -64;  // silent, quarters and all
     ++ticks;
-}
-
-// Qxy's volume change x on each retrigger: 1..5 take 1, 2, 4, 8, 16 away,
-// 9..D add them; 6, 7, E, F multiply by 5/8 (the players' factor, where ST3's
-// documents give 2/3), 1/2, 3/2 and 2.
-int32_t retriggeredVolume(int32_t volume, uint8_t change) {
-    static const int8_t added[16] = {0, -1, -2, -4, -8, -16, 0, 0, 0, 1, 2, 4, 8, 16, 0, 0};
-    static const uint8_t sixteenths[16] = {16, 16, 16, 16, 16, 16, 10, 8, 16, 16, 16, 16, 16, 16, 24, 32};
-    return std::clamp(volume * sixteenths[change] / 16 + added[change], 0, 64);
 }
 
 // Yxy: the panning swings by up to 8 * y either way, moving x 256ths of a
@@ -280,7 +271,7 @@ void Sequencer::startS3mEffect(Channel& channel) {
     bool fastSlides = module->fastVolumeSlides || parameter == 0x0F || parameter == 0xF0;
     switch (channel.effect) {
     case EffectS3mVolumeSlide:
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, true, fastSlides));
         break;
     case EffectS3mPortamentoDown:
         slideS3mPeriod(channel, portamentoStep(parameter, true));
@@ -301,10 +292,10 @@ void Sequencer::startS3mEffect(Channel& channel) {
         break;
     case EffectS3mVibratoVolumeSlide:
         vibrateS3m(channel, true);
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, true, fastSlides));
         break;
     case EffectS3mTonePortamentoVolumeSlide:
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, true, fastSlides), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, true, fastSlides));
         break;
     case EffectSampleOffset:
         remembered(channel.memory.sampleOffset, parameter);
@@ -382,7 +373,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
     uint8_t parameter = channel.parameter;
     switch (channel.effect) {
     case EffectS3mVolumeSlide:
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, false, false));
         break;
     case EffectS3mPortamentoDown:
         slideS3mPeriod(channel, portamentoStep(parameter, false));
@@ -405,11 +396,11 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         break;
     case EffectS3mVibratoVolumeSlide:
         vibrateS3m(channel, false);
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, false, false));
         break;
     case EffectS3mTonePortamentoVolumeSlide:
         tonePortamentoS3m(channel);
-        channel.volume = std::clamp(channel.volume + volumeSlideStep(parameter, false, false), 0, 64);
+        channel.addVolume(volumeSlideStep(parameter, false, false));
         break;
     case EffectMultiRetrigger:
         retriggerS3mNote(channel);
@@ -475,7 +466,7 @@ void Sequencer::retriggerS3mNote(Channel& channel) {
     }
     if (retrigger && channel.playing) {
         triggerSample(channel, 0);
-        channel.volume = retriggeredVolume(channel.volume, high(channel.parameter));
+        channel.setVolumeInQuarters(retriggeredLevel(channel.volumeInQuarters(), high(channel.parameter)));
     }
 }
 

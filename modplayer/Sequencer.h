@@ -148,6 +148,7 @@ private:
     void tonePortamentoS3m(Channel& channel);
     void retriggerS3mNote(Channel& channel);
     static int32_t slidTempo(int32_t tempo, int32_t slide);
+    static int32_t retriggeredLevel(int32_t level, uint8_t change);
 
     // XmNotes.cpp: FT2's notes, instruments and key off.
     void startXmRow(Channel& channel, const PatternCell& cell);

@@ -47,28 +47,6 @@ void setXmWaveform(Oscillator& oscillator, uint8_t code) {
     oscillator.setWaveform((code & 3) == Oscillator::Random ? uint8_t((code & 4) | Oscillator::Square) : code);
 }
 
-// Rxy's volume change x, applied on each retrigger, in quarter steps (0..256):
-// the reference player divides at that resolution, 6 by 10/16 rather than
-// FT2's 11/16 of whole steps, and the quarters left over stay.
-int32_t retriggeredLevel(int32_t level, uint8_t change) {
-    switch (change) {
-    case 0x1: case 0x2: case 0x3: case 0x4: case 0x5:
-        return level - (4 << (change - 1));
-    case 0x6:
-        return level * 10 >> 4;
-    case 0x7:
-        return level >> 1;
-    case 0x9: case 0xA: case 0xB: case 0xC: case 0xD:
-        return level + (4 << (change - 9));
-    case 0xE:
-        return level * 24 >> 4;
-    case 0xF:
-        return level * 2;
-    default:  // 0 and 8 leave it
-        return level;
-    }
-}
-
 }  // namespace
 
 // ---- First tick ------------------------------------------------------------
@@ -432,7 +410,7 @@ void Sequencer::xmMultiRetrigger(Channel& channel, uint8_t parameter, bool first
     }
     if (xm.retriggerCount >= ticks && (!firstTick || !hasNote)) {
         xm.retriggerCount = 0;
-        channel.setVolumeInQuarters(std::clamp(retriggeredLevel(channel.volumeInQuarters(), change), 0, 256));
+        channel.setVolumeInQuarters(retriggeredLevel(channel.volumeInQuarters(), change));
         if (command >= volumeSetBase && command <= volumeSetBase + 64)
             channel.setVolume(command - volumeSetBase);
         else if ((command & 0xF0) == volumeSetPanning)
