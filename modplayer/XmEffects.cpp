@@ -240,6 +240,8 @@ void Sequencer::tickXmExtended(Channel& channel, uint8_t command, uint8_t value)
         if (value && tickInRow % value == 0) {
             triggerXmNote(channel, -1, 0, 0);
             startXmInstrument(channel);
+        } else {
+            ++channel.xm.retriggerCount;  // the reference player counts E9x's ticks on Rxy's counter
         }
         break;
     case ExtendedNoteCut:

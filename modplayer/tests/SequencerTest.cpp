@@ -272,6 +272,8 @@ TEST(Sequencer, EffectsTickByTick) {
         {"XM vibrato: an instrument number alone keeps its wave going, a note restarts it", FormatXm,
          {{0, c4, 1, EffectVibrato, 0x88}, {1, _, 1, EffectVibrato, 0x88}, {2, c4, 0, EffectVibrato, 0x88}}, 1, Period,
          {4563, 4563, 4545, 4563, 4608, 4653, 4608, 4608, 4653, 4671, 4653, 4608}},
+        {"XM Rxy counts on from E9x's ticks since its last retrigger", FormatXm,
+         {{0, c4, 1}, {1, _, 0, E, 0x93}, {2, _, 0, EffectMultiRetrigger, 0x03}}, 2, Trigger, {0, 1, 0, 0, 1, 0}},
         {"XM Txy: on x + 1 ticks, off y + 1, counted after the first tick", FormatXm,
          {{0, c4, 1, EffectTremor, 0x11}}, 0, Volume, {32, 32, 32, 0, 0, 32}},
         {"XM E90 retriggers on the first tick, E93 on every third", FormatXm,
