@@ -36,4 +36,4 @@ for module in "${modules[@]}"; do
   "$oxamod" -o "$work/$name.ours.wav" "$module" 2>"$work/$name.ours.log" \
       || { echo "$name: OxaMod failed: $(head -1 "$work/$name.ours.log")"; rm -f "$work/$name.ours.wav"; }
 done
-/usr/bin/python3 bench/module_metrics.py "$work" "${names[@]}"
+/usr/bin/python3 "$(dirname "$0")/module_metrics.py" "$work" "${names[@]}"
