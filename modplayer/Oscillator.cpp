@@ -20,4 +20,34 @@ int32_t Oscillator::value() const {
     }
 }
 
+namespace {
+
+// A quarter of the sine cycle, round(127 * sin(i * 2pi / 64)) for i = 0..16.
+constexpr int32_t sineQuarter[17] = {0, 12, 25, 37, 49, 60, 71, 81, 90, 98, 106, 112, 117, 122, 125, 126, 127};
+
+int32_t sine127(int32_t step) {
+    int32_t inHalf = step & 31;
+    int32_t magnitude = sineQuarter[inHalf <= 16 ? inHalf : 32 - inHalf];
+    return step < 32 ? magnitude : -magnitude;
+}
+
+// -127..127 in 64 steps: 0 at the start, up to 124, then from -127 back.
+int32_t ramp127(int32_t step) { return step < 32 ? 4 * step : 4 * step - 255; }
+
+}  // namespace
+
+int32_t Oscillator::fineValue() const {
+    int32_t step = position >> 2;
+    switch (waveform) {
+    case Sine:
+        return 2 * sine127(step);
+    case RampDown:
+        return 2 * ramp127(step);
+    case Square:
+        return step < 32 ? 254 : -254;
+    default:
+        return waveRandom64[step] * 254 / 32;
+    }
+}
+
 }  // namespace mod

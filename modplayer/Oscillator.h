@@ -32,6 +32,12 @@ struct Oscillator {
     // and raise the volume. The ramp rises through the cycle from its
     // middle, as ProTracker's "ramp down" vibrato does to the period.
     int32_t value() const;
+
+    // The wave at 64 steps a cycle, -254..254: twice a table of
+    // round(127 sin) (and a ramp of 4 a step), as the reference player
+    // holds it; scaled by the depth and shifted down, it gives the period
+    // units and volume quarters that value()'s coarser steps miss.
+    int32_t fineValue() const;
 };
 
 }  // namespace mod

@@ -31,6 +31,7 @@
 // (Periods), a memory per effect (D with K and L, E with F, then I, J, Q, S
 // each alone; R per nibble), and a retrigger that counts down.
 #include <algorithm>
+#include <cstdlib>
 
 #include "modplayer/EffectCodes.h"
 #include "modplayer/Sequencer.h"
@@ -124,13 +125,15 @@ int32_t portamentoStep(uint8_t parameter, bool firstTick) {
     return firstTick ? 0 : 4 * quarterStep * parameter;
 }
 
-// H counts its depth in steps of 4 period units, U in single units; the
-// oscillator keeps the depth in units, so K goes on as fine as it was.
-void setVibrato(Oscillator& vibrato, uint8_t parameter, int32_t unitsPerStep) {
+// H counts its depth in steps of 4 period units, U in single units. ST3
+// keeps the nibble and scales it by the effect that plays it, so H00 after
+// U4F vibrates four times as deep (the reference player renders it so);
+// Impulse Tracker keeps the depth in units, so K goes on as fine as it was.
+void setVibrato(Oscillator& vibrato, uint8_t parameter, int32_t unitsPerStep, bool impulseRules) {
     if (high(parameter))
         vibrato.speed = high(parameter);
     if (low(parameter))
-        vibrato.depth = uint8_t(low(parameter) * unitsPerStep);
+        vibrato.depth = uint8_t(low(parameter) * (impulseRules ? unitsPerStep : 1));
 }
 
 // S3x, S4x, S5x: the waveform from the low two bits; a new note always
@@ -143,10 +146,23 @@ int32_t waveValue(const Oscillator& oscillator) {
     return oscillator.waveform == Oscillator::RampDown ? -oscillator.value() : oscillator.value();
 }
 
+// The wave times `depth`, shifted down by `shift`: the magnitude is
+// truncated, so the wave stays symmetric.
+int32_t scaledWave(const Oscillator& oscillator, int32_t depth, int32_t shift) {
+    int32_t wave = oscillator.fineValue();
+    if (oscillator.waveform == Oscillator::RampDown)
+        wave = -wave;
+    int32_t magnitude = (std::abs(wave) * depth) >> shift;
+    return wave < 0 ? -magnitude : magnitude;
+}
+
 // Depth 15 (in steps) reaches 30 Amiga periods either way, as in ProTracker;
-// ST3 works the offset out in quarter periods.
-void vibrateS3m(Channel& channel, bool firstTick) {
-    channel.vibratoOffset = waveValue(channel.vibrato) * channel.vibrato.depth * 255 / 4096 * Periods::st3Fraction;
+// ST3 works the offset out in quarter periods from its 64-step table.
+void vibrateS3m(Channel& channel, bool firstTick, bool impulseRules) {
+    int32_t depth = channel.vibrato.depth;
+    if (!impulseRules && channel.effect != EffectS3mFineVibrato)
+        depth *= 4;
+    channel.vibratoOffset = scaledWave(channel.vibrato, depth, 7) * Periods::st3Fraction;
     if (!firstTick)
         channel.vibrato.advance();
 }
@@ -284,14 +300,14 @@ void Sequencer::startS3mEffect(Channel& channel) {
         break;
     case EffectVibrato:
     case EffectS3mFineVibrato:
-        setVibrato(channel.vibrato, parameter, channel.effect == EffectVibrato ? 4 : 1);
-        vibrateS3m(channel, true);
+        setVibrato(channel.vibrato, parameter, channel.effect == EffectVibrato ? 4 : 1, impulseTrackerS3m);
+        vibrateS3m(channel, true, impulseTrackerS3m);
         break;
     case EffectTremor:
         applyTremor(channel, parameter);
         break;
     case EffectS3mVibratoVolumeSlide:
-        vibrateS3m(channel, true);
+        vibrateS3m(channel, true, impulseTrackerS3m);
         channel.addVolume(volumeSlideStep(parameter, true, fastSlides));
         break;
     case EffectS3mTonePortamentoVolumeSlide:
@@ -386,7 +402,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         break;
     case EffectVibrato:
     case EffectS3mFineVibrato:
-        vibrateS3m(channel, false);
+        vibrateS3m(channel, false, impulseTrackerS3m);
         break;
     case EffectTremor:
         applyTremor(channel, parameter);
@@ -395,7 +411,7 @@ void Sequencer::tickS3mEffect(Channel& channel) {
         applyArpeggio(channel, parameter);
         break;
     case EffectS3mVibratoVolumeSlide:
-        vibrateS3m(channel, false);
+        vibrateS3m(channel, false, impulseTrackerS3m);
         channel.addVolume(volumeSlideStep(parameter, false, false));
         break;
     case EffectS3mTonePortamentoVolumeSlide:

@@ -201,7 +201,7 @@ TEST(Sequencer, EffectsTickByTick) {
          [](SongBuilder& b) { impulseTracker(b), b.sample(64, 255, 0, 0, 64, {}, 11200); }},
         {"S3M vibrato shows where it stands on the first tick", FormatS3m,
          {{0, c4, 1, EffectVibrato, 0x48}, {1, _, 0, EffectVibrato, 0x00}}, 1, Period,
-         {st3C4 + 944, st3C4 + 944, st3C4 + 720, st3C4 + 368, st3C4, st3C4 - 368}},
+         {st3C4 + 928, st3C4 + 928, st3C4 + 720, st3C4 + 384, st3C4, st3C4 - 384}},
         {"S3M glissando: the semitone reached stays after the slide", FormatS3m,
          {{0, c4, 1, S, 0x11}, {1, c4 + 4, 0, EffectTonePortamento, 0x03}}, 2, Period,
          {1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16, 1616 * 16}},
