@@ -162,7 +162,8 @@ void Sequencer::keyOff(Channel& channel) {
 // glissando, vibrato and auto-vibrato; channel panning, envelope and panbrello.
 void Sequencer::computeOutput(Channel& channel) {
     ChannelOutput& out = channel.output;
-    int64_t volume = std::clamp(channel.volumeInQuarters() + 4 * channel.volumeOffset, 0, 256);
+    int32_t offset = 4 * channel.volumeOffset + channel.s3m.tremoloQuarters;
+    int64_t volume = std::clamp(channel.volumeInQuarters() + offset, 0, 256);
     int64_t envelope = std::clamp(channel.envelopeVolume, 0, 64);
     int64_t fadeout = std::clamp(channel.fadeoutVolume, 0, 65536);
     out.volume = channel.playing ? int32_t((volume * envelope * globalLevel * fadeout) >> 20) : 0;

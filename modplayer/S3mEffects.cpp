@@ -177,11 +177,10 @@ void setTremolo(Oscillator& tremolo, uint8_t parameter, bool impulseRules) {
 }
 
 // ST3's tremolo is half as deep as ProTracker's: depth 15 moves the volume
-// by 30 at most. Rounded to the nearest step either way: the players work
-// in quarter steps of volume.
+// by 30 at most. The reference player works it out in quarter steps of
+// volume.
 void tremoloS3m(Channel& channel, bool firstTick) {
-    int32_t change = waveValue(channel.tremolo) * channel.tremolo.depth * 255;
-    channel.volumeOffset = (change + (change < 0 ? -2048 : 2048)) / 4096;
+    channel.s3m.tremoloQuarters = scaledWave(channel.tremolo, 4 * channel.tremolo.depth, 7);
     if (!firstTick)
         channel.tremolo.advance();
 }
@@ -279,7 +278,7 @@ bool Sequencer::startS3mFlowExtended(uint8_t command, uint8_t value) {
 // ---- First tick ------------------------------------------------------------
 
 void Sequencer::startS3mEffect(Channel& channel) {
-    channel.s3m.panningOffset = 0;
+    channel.s3m.panningOffset = channel.s3m.tremoloQuarters = 0;
     channel.parameter = resolvedParameter(channel.s3m, channel.effect, channel.parameter, impulseTrackerS3m);
     uint8_t parameter = channel.parameter;
     if (startFlowEffect(channel, channel.effect, parameter))
@@ -385,7 +384,7 @@ void Sequencer::startS3mExtended(Channel& channel, uint8_t command, uint8_t valu
 // ---- Later ticks -------------------------------------------------------------
 
 void Sequencer::tickS3mEffect(Channel& channel) {
-    channel.s3m.panningOffset = 0;
+    channel.s3m.panningOffset = channel.s3m.tremoloQuarters = 0;
     uint8_t parameter = channel.parameter;
     switch (channel.effect) {
     case EffectS3mVolumeSlide:
