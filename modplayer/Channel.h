@@ -98,7 +98,6 @@ struct S3mEffectState {
     uint8_t tremorTicks = 0;     // Ixy: where in the on-off cycle the channel is
     int32_t retriggerTicks = 0;  // Qxy: ST3 counts ticks of Q since the note, Impulse Tracker counts down
     int32_t panningOffset = 0;   // Yxy: this tick's panbrello change to the panning
-    int32_t tremoloQuarters = 0; // Rxy: this tick's change to the volume, in quarter steps
     // Glissando: the period the tone portamento moves, and the semitone at
     // or above it that plays (and stays once the slide ends).
     int32_t glissandoPeriod = 0;
@@ -131,6 +130,7 @@ struct Channel {
     int32_t volume = 0;
     uint8_t volumeQuarters = 0;  // 0..3
     int32_t volumeOffset = 0;
+    int32_t tremoloQuarters = 0;  // MOD and S3M tremolo: this tick's change, in quarter steps
     int32_t volumeInQuarters() const { return 4 * volume + volumeQuarters; }
     void setVolumeInQuarters(int32_t level) {
         volume = level >> 2;

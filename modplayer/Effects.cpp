@@ -28,6 +28,34 @@ void setOscillator(Oscillator& oscillator, uint8_t parameter) {
         oscillator.depth = low(parameter);
 }
 
+// ProTracker's vibrato and tremolo, from the 64-step wave as the reference
+// player computes them: the vibrato in quarter periods (depth 15: 30
+// periods either way), the tremolo in quarter volume steps (depth 15: 59.5).
+void vibrateMod(Channel& channel) {
+    channel.vibratoOffset = channel.vibrato.scaledFineValue(4 * channel.vibrato.depth, 7);
+    channel.vibrato.advance();
+}
+
+// ProTracker's ramp tremolo takes its half-cycle's direction from the
+// vibrato's position, a slip the reference player keeps; without a vibrato
+// the ramp climbs, then falls back from 0.
+int32_t tremoloRampMod(const Channel& channel, int32_t depth) {
+    const Oscillator& tremolo = channel.tremolo;
+    int32_t magnitude = ((tremolo.position >> 2) & 31) * 8;
+    if (channel.vibrato.position >= 128)
+        magnitude = 255 - magnitude;
+    magnitude = magnitude * depth >> 6;
+    return tremolo.position < 128 ? magnitude : -magnitude;
+}
+
+void tremoloMod(Channel& channel) {
+    Oscillator& tremolo = channel.tremolo;
+    int32_t depth = 4 * tremolo.depth;
+    channel.tremoloQuarters = tremolo.waveform == Oscillator::RampDown ? tremoloRampMod(channel, depth)
+                                                                       : tremolo.scaledFineValue(depth, 6);
+    tremolo.advance();
+}
+
 }  // namespace
 
 uint8_t Sequencer::remembered(uint8_t& memory, uint8_t parameter) const {
@@ -218,18 +246,18 @@ void Sequencer::tickEffect(Channel& channel) {
         tonePortamento(channel);
         break;
     case EffectVibrato:
-        applyVibrato(channel);
+        vibrateMod(channel);
         break;
     case EffectTonePortamentoVolumeSlide:
         tonePortamento(channel);
         slideVolume(channel, slide);
         break;
     case EffectVibratoVolumeSlide:
-        applyVibrato(channel);
+        vibrateMod(channel);
         slideVolume(channel, slide);
         break;
     case EffectTremolo:
-        applyTremolo(channel);
+        tremoloMod(channel);
         break;
     case EffectVolumeSlide:
         slideVolume(channel, slide);

@@ -162,7 +162,7 @@ void Sequencer::keyOff(Channel& channel) {
 // glissando, vibrato and auto-vibrato; channel panning, envelope and panbrello.
 void Sequencer::computeOutput(Channel& channel) {
     ChannelOutput& out = channel.output;
-    int32_t offset = 4 * channel.volumeOffset + channel.s3m.tremoloQuarters;
+    int32_t offset = 4 * channel.volumeOffset + channel.tremoloQuarters;
     int64_t volume = std::clamp(channel.volumeInQuarters() + offset, 0, 256);
     int64_t envelope = std::clamp(channel.envelopeVolume, 0, 64);
     int64_t fadeout = std::clamp(channel.fadeoutVolume, 0, 65536);

@@ -1,6 +1,8 @@
 // Oscillator: waveform lookup in the player tables.
 #include "modplayer/Oscillator.h"
 
+#include <cstdlib>
+
 #include "modplayer/PlayerTables.h"
 
 namespace mod {
@@ -48,6 +50,12 @@ int32_t Oscillator::fineValue() const {
     default:
         return waveRandom64[step] * 254 / 32;
     }
+}
+
+int32_t Oscillator::scaledFineValue(int32_t depth, int32_t shift) const {
+    int32_t wave = fineValue();
+    int32_t magnitude = (std::abs(wave) * depth) >> shift;
+    return wave < 0 ? -magnitude : magnitude;
 }
 
 }  // namespace mod

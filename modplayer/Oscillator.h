@@ -38,6 +38,9 @@ struct Oscillator {
     // holds it; scaled by the depth and shifted down, it gives the period
     // units and volume quarters that value()'s coarser steps miss.
     int32_t fineValue() const;
+    // fineValue() times `depth`, shifted down by `shift`. The trackers scale
+    // the magnitude and then add or subtract it, so the wave stays symmetric.
+    int32_t scaledFineValue(int32_t depth, int32_t shift) const;
 };
 
 }  // namespace mod

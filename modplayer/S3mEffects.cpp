@@ -31,7 +31,6 @@
 // (Periods), a memory per effect (D with K and L, E with F, then I, J, Q, S
 // each alone; R per nibble), and a retrigger that counts down.
 #include <algorithm>
-#include <cstdlib>
 
 #include "modplayer/EffectCodes.h"
 #include "modplayer/Sequencer.h"
@@ -146,14 +145,10 @@ int32_t waveValue(const Oscillator& oscillator) {
     return oscillator.waveform == Oscillator::RampDown ? -oscillator.value() : oscillator.value();
 }
 
-// The wave times `depth`, shifted down by `shift`: the magnitude is
-// truncated, so the wave stays symmetric.
+// The 64-step wave times `depth`, shifted down by `shift`; ST3's ramp falls.
 int32_t scaledWave(const Oscillator& oscillator, int32_t depth, int32_t shift) {
-    int32_t wave = oscillator.fineValue();
-    if (oscillator.waveform == Oscillator::RampDown)
-        wave = -wave;
-    int32_t magnitude = (std::abs(wave) * depth) >> shift;
-    return wave < 0 ? -magnitude : magnitude;
+    int32_t wave = oscillator.scaledFineValue(depth, shift);
+    return oscillator.waveform == Oscillator::RampDown ? -wave : wave;
 }
 
 // Depth 15 (in steps) reaches 30 Amiga periods either way, as in ProTracker;
@@ -180,7 +175,7 @@ void setTremolo(Oscillator& tremolo, uint8_t parameter, bool impulseRules) {
 // by 30 at most. The reference player works it out in quarter steps of
 // volume.
 void tremoloS3m(Channel& channel, bool firstTick) {
-    channel.s3m.tremoloQuarters = scaledWave(channel.tremolo, 4 * channel.tremolo.depth, 7);
+    channel.tremoloQuarters = scaledWave(channel.tremolo, 4 * channel.tremolo.depth, 7);
     if (!firstTick)
         channel.tremolo.advance();
 }
@@ -278,7 +273,7 @@ bool Sequencer::startS3mFlowExtended(uint8_t command, uint8_t value) {
 // ---- First tick ------------------------------------------------------------
 
 void Sequencer::startS3mEffect(Channel& channel) {
-    channel.s3m.panningOffset = channel.s3m.tremoloQuarters = 0;
+    channel.s3m.panningOffset = 0;
     channel.parameter = resolvedParameter(channel.s3m, channel.effect, channel.parameter, impulseTrackerS3m);
     uint8_t parameter = channel.parameter;
     if (startFlowEffect(channel, channel.effect, parameter))
@@ -384,7 +379,7 @@ void Sequencer::startS3mExtended(Channel& channel, uint8_t command, uint8_t valu
 // ---- Later ticks -------------------------------------------------------------
 
 void Sequencer::tickS3mEffect(Channel& channel) {
-    channel.s3m.panningOffset = channel.s3m.tremoloQuarters = 0;
+    channel.s3m.panningOffset = 0;
     uint8_t parameter = channel.parameter;
     switch (channel.effect) {
     case EffectS3mVolumeSlide:

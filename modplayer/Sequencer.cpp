@@ -135,7 +135,7 @@ void Sequencer::readRow(bool flowOnly) {
         channel.volumeCommand = cell.volume;
         channel.noteOnRow = false;
         channel.tickPeriod = channel.period;
-        channel.vibratoOffset = channel.volumeOffset = 0;
+        channel.vibratoOffset = channel.volumeOffset = channel.tremoloQuarters = 0;
         channel.delayTick = noteDelayOf(cell);
         if (channel.delayTick)
             channel.delayedCell = cell;
@@ -153,7 +153,7 @@ void Sequencer::repeatRow() {
     for (Channel& channel : channels) {
         channel.noteOnRow = false;
         channel.tickPeriod = channel.period;
-        channel.vibratoOffset = channel.volumeOffset = 0;
+        channel.vibratoOffset = channel.volumeOffset = channel.tremoloQuarters = 0;
         startEffect(channel);
     }
 }
@@ -161,7 +161,7 @@ void Sequencer::repeatRow() {
 void Sequencer::playLaterTick() {
     for (Channel& channel : channels) {
         channel.tickPeriod = channel.period;
-        channel.vibratoOffset = channel.volumeOffset = 0;
+        channel.vibratoOffset = channel.volumeOffset = channel.tremoloQuarters = 0;
         if (isXm()) {
             tickXmChannel(channel);
             continue;

@@ -128,7 +128,7 @@ TEST(Sequencer, EffectsTickByTick) {
         {"vibrato sine: period up first, zero on the row's first tick", FormatMod, {{0, c4, 1, EffectVibrato, 0x88}},
          0, Period, {1712, 1712, 1712 + 45, 1712 + 63, 1712 + 45, 1712}},
         {"vibrato ramp (E41) rises through the cycle", FormatMod, {{0, _, 0, E, 0x41}, {1, c4, 1, EffectVibrato, 0x88}},
-         1, Period, {1712, 1712, 1712 + 15, 1712 + 31, 1712 + 47, 1712 - 63}},
+         1, Period, {1712, 1712, 1712 + 16, 1712 + 32, 1712 + 48, 1712 - 63}},
         {"vibrato square (E42)", FormatMod, {{0, _, 0, E, 0x42}, {1, c4, 1, EffectVibrato, 0x88}}, 1, Period,
          {1712, 1712 + 63, 1712 + 63, 1712 + 63, 1712 + 63, 1712 - 63}},
         {"vibrato keeps its phase across notes after E44", FormatMod,
