@@ -7,8 +7,9 @@
 //
 // Units: periods move 4 units per ProTracker slide step (Periods.h; S3M's
 // stepUnits() are finer);
-// volumes are 0..64; oscillators give -32..32, scaled here so that depth 15
-// reaches ProTracker's extremes (vibrato +-30 Amiga periods, tremolo +-59).
+// volumes are 0..64; depth 15 reaches ProTracker's extremes (vibrato +-30
+// Amiga periods, tremolo +-59), from the oscillators' -32..32 for XM and
+// their finer 64-step wave for MOD.
 #include <algorithm>
 
 #include "modplayer/EffectCodes.h"
