@@ -156,6 +156,10 @@ struct Channel {
     PatternCell delayedCell;
     int32_t delayTick = 0;
     uint32_t lastStartFrame = 0;  // where the last note started (retrigger)
+    // ProTracker moves the sample's start by every 9xx, note or not, and the
+    // notes that follow start there until an instrument number reloads it
+    // (Effects.cpp).
+    uint32_t modSampleStart = 0;
 
     // Pattern loop (E6x): the row E60 marked and the repeats still to play.
     int32_t loopRow = 0;

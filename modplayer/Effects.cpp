@@ -90,11 +90,20 @@ void Sequencer::startEffect(Channel& channel) {
     case EffectSetPanning:
         channel.panning = parameter;
         break;
-    case EffectSampleOffset:
+    case EffectSampleOffset: {
         remembered(memory.sampleOffset, parameter);
+        uint32_t offset = uint32_t(memory.sampleOffset) * 256;
+        uint32_t start = offset;
+        if (isMod()) {
+            // ProTracker moves the start once more after a note has left
+            // from it, so the notes after it start twice the offset on.
+            start = channel.modSampleStart + offset;
+            channel.modSampleStart = start + (channel.noteOnRow ? offset : 0);
+        }
         if (channel.noteOnRow)
-            startAtOffset(channel, uint32_t(memory.sampleOffset) * 256);
+            startAtOffset(channel, start);
         break;
+    }
     case EffectSetVolume:
         channel.volume = std::min<int32_t>(parameter, 64);
         break;

@@ -54,6 +54,7 @@ void Sequencer::selectInstrument(Channel& channel, int32_t number, int32_t note)
     if (number > module->instruments.count())
         return;
     channel.instrument = &module->instruments[number - 1];
+    channel.modSampleStart = 0;
     const ModuleSample* sample = sampleFor(*channel.instrument, note);
     if (!sample) {
         channel.setVolume(0);
@@ -91,6 +92,8 @@ void Sequencer::startNote(Channel& channel, const PatternCell& cell) {
     if (!impulseTrackerS3m)
         channel.s3m.retriggerTicks = 0;  // ST3 counts Qxy's ticks from the note
     channel.noteOnRow = true;
+    if (isMod() && channel.modSampleStart > 0)
+        return startAtOffset(channel, channel.modSampleStart);
     triggerSample(channel, 0);
 }
 
