@@ -121,3 +121,18 @@ inline std::unique_ptr<mod::Module> loadedModule(const std::vector<uint8_t>& byt
     auto module = std::make_unique<mod::Module>();
     return mod::loadModule(*module, stream, format, 0) ? std::move(module) : nullptr;
 }
+
+// Loads the record's file by detection and as `format`, checks that both
+// loads give that format and `mode`, and hands each module to `check` with a
+// label for its messages.
+template <typename Check>
+void forBothLoads(const CorpusRecord& info, int32_t format, int32_t mode, Check check) {
+    std::vector<uint8_t> bytes = info.bytes();
+    for (int32_t asked : {int32_t(mod::FormatAutomatic), format}) {
+        std::string where = info.file() + " format " + std::to_string(asked);
+        std::unique_ptr<mod::Module> module = loadedModule(bytes, asked);
+        ASSERT_TRUE(module) << where;
+        EXPECT_EQ(std::pair(module->formatType, module->playbackMode), std::pair(format, mode)) << where;
+        check(*module, where);
+    }
+}

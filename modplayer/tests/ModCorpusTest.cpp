@@ -41,25 +41,18 @@ TEST(ModCorpus, EveryModuleLoadsAsRecorded) {
     std::map<std::string, std::pair<int32_t, int32_t>> channelsAndSubsongs;
     for (const CorpusRecord& info : records) {
         ASSERT_EQ(info.count("raw.samples"), 31) << info.file();
-        std::vector<uint8_t> bytes = info.bytes();
-        for (int32_t format : {FormatAutomatic, FormatMod}) {
-            std::string where = info.file() + " format " + std::to_string(format);
-            std::unique_ptr<Module> module = loadedModule(bytes, format);
-            ASSERT_TRUE(module) << where;
-            EXPECT_EQ(std::pair(module->formatType, module->playbackMode),
-                      std::pair(int32_t(FormatMod), int32_t(ModeMod31)))
-                << where;
-            EXPECT_EQ(jsonQuoted(module->title), info["raw.title"]) << where;
-            EXPECT_EQ(module->channelCount, info.number("raw.channels")) << where;
-            EXPECT_EQ(module->songLength, info.number("raw.song_length")) << where;
-            EXPECT_EQ(module->patterns.count(), info.number("raw.patterns")) << where;
-            EXPECT_EQ(module->subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
-            EXPECT_EQ(module->samples.count(), info.number("raw.nonempty_samples")) << where;
-            ASSERT_EQ(module->instruments.count(), 31) << where;
+        forBothLoads(info, FormatMod, ModeMod31, [&](const Module& module, const std::string& where) {
+            EXPECT_EQ(jsonQuoted(module.title), info["raw.title"]) << where;
+            EXPECT_EQ(module.channelCount, info.number("raw.channels")) << where;
+            EXPECT_EQ(module.songLength, info.number("raw.song_length")) << where;
+            EXPECT_EQ(module.patterns.count(), info.number("raw.patterns")) << where;
+            EXPECT_EQ(module.subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
+            EXPECT_EQ(module.samples.count(), info.number("raw.nonempty_samples")) << where;
+            ASSERT_EQ(module.instruments.count(), 31) << where;
             for (int i = 0; i < 31; ++i)
-                expectSample(*module, info("raw.samples", i), where + " sample " + std::to_string(i + 1));
-            channelsAndSubsongs[info.file()] = {module->channelCount, module->subsongs.count()};
-        }
+                expectSample(module, info("raw.samples", i), where + " sample " + std::to_string(i + 1));
+            channelsAndSubsongs[info.file()] = {module.channelCount, module.subsongs.count()};
+        });
     }
     EXPECT_EQ(channelsAndSubsongs["mod/starpaws.mod"], std::make_pair(6, 1));
     EXPECT_EQ(channelsAndSubsongs["mod/kollaps-tron.mod"], std::make_pair(4, 2));

@@ -65,21 +65,14 @@ TEST(S3mCorpus, EveryModuleLoadsAsRecorded) {
     ASSERT_EQ(records.size(), 3u);
     std::map<std::string, std::vector<int32_t>> subsongStarts;
     for (const CorpusRecord& info : records) {
-        std::vector<uint8_t> bytes = info.bytes();
-        for (int32_t format : {FormatAutomatic, FormatS3m}) {
-            std::string where = info.file() + " format " + std::to_string(format);
-            std::unique_ptr<Module> module = loadedModule(bytes, format);
-            ASSERT_TRUE(module) << where;
-            EXPECT_EQ(std::pair(module->formatType, module->playbackMode),
-                      std::pair(int32_t(FormatS3m), int32_t(ModeS3m)))
-                << where;
-            EXPECT_EQ(jsonQuoted(module->title), info["libxmp.title"]) << where;
-            EXPECT_EQ(jsonQuoted(module->title), info["libopenmpt.title"]) << where;
-            EXPECT_EQ(jsonQuoted(module->trackerName), info["libopenmpt.tracker"]) << where;
-            EXPECT_EQ(module->channelCount, info.number("libxmp.channels")) << where;
-            EXPECT_EQ(module->channelCount, info.number("libopenmpt.channels")) << where;
+        forBothLoads(info, FormatS3m, ModeS3m, [&](const Module& module, const std::string& where) {
+            EXPECT_EQ(jsonQuoted(module.title), info["libxmp.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module.title), info["libopenmpt.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module.trackerName), info["libopenmpt.tracker"]) << where;
+            EXPECT_EQ(module.channelCount, info.number("libxmp.channels")) << where;
+            EXPECT_EQ(module.channelCount, info.number("libopenmpt.channels")) << where;
             // The stored order list, markers and all, as one player reports it.
-            std::vector<int> orders(module->orders.begin(), module->orders.end());
+            std::vector<int> orders(module.orders.begin(), module.orders.end());
             EXPECT_EQ(orders, numbers(info, "libxmp.orders")) << where;
             // The other player drops the final end markers and widens both markers.
             while (!orders.empty() && orders.back() == orderEndOfSong)
@@ -87,17 +80,17 @@ TEST(S3mCorpus, EveryModuleLoadsAsRecorded) {
             for (int& order : orders)
                 order = order >= orderSkip ? order + 0xFF00 : order;
             EXPECT_EQ(orders, numbers(info, "libopenmpt.order_list")) << where;
-            EXPECT_EQ(module->songLength, info.number("libxmp.length")) << where;
-            EXPECT_EQ(module->patterns.count(), info.number("libopenmpt.patterns")) << where;
-            EXPECT_EQ(module->subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
-            ASSERT_EQ(module->samples.count(), info.number("libxmp.samples")) << where;
-            ASSERT_EQ(module->instruments.count(), info.number("libopenmpt.samples")) << where;
-            for (int i = 0; i < module->instruments.count(); ++i)
-                expectSample(*module, info, i, where + " sample " + std::to_string(i + 1));
+            EXPECT_EQ(module.songLength, info.number("libxmp.length")) << where;
+            EXPECT_EQ(module.patterns.count(), info.number("libopenmpt.patterns")) << where;
+            EXPECT_EQ(module.subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
+            ASSERT_EQ(module.samples.count(), info.number("libxmp.samples")) << where;
+            ASSERT_EQ(module.instruments.count(), info.number("libopenmpt.samples")) << where;
+            for (int i = 0; i < module.instruments.count(); ++i)
+                expectSample(module, info, i, where + " sample " + std::to_string(i + 1));
             subsongStarts[info.file()].clear();
-            for (const Subsong& subsong : module->subsongs)
+            for (const Subsong& subsong : module.subsongs)
                 subsongStarts[info.file()].push_back(subsong.startPosition);
-        }
+        });
     }
     // The second song starts after the end marker at position 19.
     EXPECT_EQ(subsongStarts["s3m/pachi_credits.s3m"], std::vector<int32_t>({0, 20}));

@@ -37,48 +37,41 @@ TEST(XmCorpus, EveryModuleLoadsAsThePlayersReport) {
     std::vector<CorpusRecord> records = corpusRecords("xm");
     ASSERT_EQ(records.size(), 5u);
     for (const CorpusRecord& info : records) {
-        std::vector<uint8_t> bytes = info.bytes();
-        for (int32_t format : {FormatAutomatic, FormatXm}) {
-            std::string where = info.file() + " format " + std::to_string(format);
-            std::unique_ptr<Module> module = loadedModule(bytes, format);
-            ASSERT_TRUE(module) << where;
-            EXPECT_EQ(std::pair(module->formatType, module->playbackMode),
-                      std::pair(int32_t(FormatXm), int32_t(ModeXm)))
-                << where;
-            EXPECT_EQ(jsonQuoted(module->title), info["libopenmpt.title"]) << where;
-            EXPECT_EQ(jsonQuoted(module->title), info["libxmp.title"]) << where;
-            EXPECT_EQ(module->channelCount, info.number("libopenmpt.channels")) << where;
-            EXPECT_EQ(module->channelCount, info.number("libxmp.channels")) << where;
-            ASSERT_EQ(module->songLength, info.number("libopenmpt.orders")) << where;
-            ASSERT_EQ(module->orders.count(), info.number("libxmp.length")) << where;
-            for (int32_t i = 0; i < module->songLength; ++i) {
+        forBothLoads(info, FormatXm, ModeXm, [&](const Module& module, const std::string& where) {
+            EXPECT_EQ(jsonQuoted(module.title), info["libopenmpt.title"]) << where;
+            EXPECT_EQ(jsonQuoted(module.title), info["libxmp.title"]) << where;
+            EXPECT_EQ(module.channelCount, info.number("libopenmpt.channels")) << where;
+            EXPECT_EQ(module.channelCount, info.number("libxmp.channels")) << where;
+            ASSERT_EQ(module.songLength, info.number("libopenmpt.orders")) << where;
+            ASSERT_EQ(module.orders.count(), info.number("libxmp.length")) << where;
+            for (int32_t i = 0; i < module.songLength; ++i) {
                 std::string at = "[" + std::to_string(i) + "]";
-                EXPECT_EQ(module->orders[i], info.number("libopenmpt.order_list" + at)) << where << at;
-                EXPECT_EQ(module->orders[i], info.number("libxmp.orders" + at)) << where << at;
+                EXPECT_EQ(module.orders[i], info.number("libopenmpt.order_list" + at)) << where << at;
+                EXPECT_EQ(module.orders[i], info.number("libxmp.orders" + at)) << where << at;
             }
-            EXPECT_EQ(module->restartPosition, info.number("libxmp.restart")) << where;
-            EXPECT_EQ(module->initialSpeed, info.number("libxmp.speed")) << where;
-            EXPECT_EQ(module->initialTempo, info.number("libxmp.bpm")) << where;
+            EXPECT_EQ(module.restartPosition, info.number("libxmp.restart")) << where;
+            EXPECT_EQ(module.initialSpeed, info.number("libxmp.speed")) << where;
+            EXPECT_EQ(module.initialTempo, info.number("libxmp.bpm")) << where;
             // The file's pattern count; the other player adds an empty pattern of its own.
-            EXPECT_EQ(module->patterns.count(), info.number("libopenmpt.patterns")) << where;
-            EXPECT_EQ(module->patterns.count(), info.number("libxmp.patterns") - 1) << where;
-            EXPECT_EQ(module->subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
-            EXPECT_EQ(module->instruments.count(), info.number("libopenmpt.instruments")) << where;
-            ASSERT_EQ(module->samples.count(), info.number("libopenmpt.samples")) << where;
-            ASSERT_EQ(module->samples.count(), info.number("libxmp.samples")) << where;
-            for (int32_t i = 0; i < module->samples.count(); ++i)
-                expectSample(module->samples[i], info, i, where + " sample " + std::to_string(i));
+            EXPECT_EQ(module.patterns.count(), info.number("libopenmpt.patterns")) << where;
+            EXPECT_EQ(module.patterns.count(), info.number("libxmp.patterns") - 1) << where;
+            EXPECT_EQ(module.subsongs.count(), info.number("openmpt123_info.subsongs")) << where;
+            EXPECT_EQ(module.instruments.count(), info.number("libopenmpt.instruments")) << where;
+            ASSERT_EQ(module.samples.count(), info.number("libopenmpt.samples")) << where;
+            ASSERT_EQ(module.samples.count(), info.number("libxmp.samples")) << where;
+            for (int32_t i = 0; i < module.samples.count(); ++i)
+                expectSample(module.samples[i], info, i, where + " sample " + std::to_string(i));
             // That player's sample table takes names, volumes and finetunes
             // from instrument n; its instrument rows give them per instrument.
             for (int row = 0; row < info.count("xmp_instrument_rows"); ++row) {
                 CorpusRecord expected = info("xmp_instrument_rows", row);
-                const ModuleInstrument& instrument = module->instruments[expected.number("n") - 1];
+                const ModuleInstrument& instrument = module.instruments[expected.number("n") - 1];
                 EXPECT_EQ(jsonQuoted(instrument.name), expected["name"]) << where << expected.prefix;
                 ASSERT_FALSE(instrument.sampleIndices.isEmpty()) << where << expected.prefix;
-                const ModuleSample& sample = module->samples[instrument.sampleIndices[0]];
+                const ModuleSample& sample = module.samples[instrument.sampleIndices[0]];
                 EXPECT_EQ(sample.volume, std::min(expected.number("vol"), 64) * 255 / 64) << where << expected.prefix;
                 EXPECT_EQ(sample.finetune, expected.number("fine")) << where << expected.prefix;
             }
-        }
+        });
     }
 }
